@@ -1,0 +1,110 @@
+#include "Logger.h"
+
+#include <algorithm>
+#include <atomic>
+#include <boost/format.hpp>
+#include <chrono>
+#include <iostream>
+#include <mutex>
+#include <vector>
+
+#include "LogFile.h"
+#include "platform/Process.h"
+
+namespace Framework {
+namespace {
+
+// The logger's process-wide state; never destroyed, so logging works during exit.
+struct LoggerCore {
+  std::atomic<bool> initialized{false};
+  std::atomic<int> minimumLevel{static_cast<int>(EventLevel::Debug)};
+  std::mutex mutex;
+  std::vector<std::shared_ptr<LogSink>> sinks;  // Guarded by mutex
+};
+
+LoggerCore& Core() {
+  static LoggerCore* core = new LoggerCore;
+  return *core;
+}
+
+std::string FormatText(const boost::format& text) {
+  try {
+    return text.str();
+  } catch (const std::exception& error) {
+    return std::string("(malformed log line: ") + error.what() + ")";
+  }
+}
+
+int CurrentMicroseconds() {
+  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<int>(
+      std::chrono::duration_cast<std::chrono::microseconds>(sinceEpoch).count() % 1000000);
+}
+
+}  // namespace
+
+void Logger::Init() { Core().initialized = true; }
+
+bool Logger::IsInitialized() { return Core().initialized; }
+
+std::shared_ptr<LogSink> Logger::AddFileLogging(const std::filesystem::path& pattern,
+                                                LogFileType type, TextDateFormat dateFormat) {
+  try {
+    SYSTEMTIME now{};
+    GetCurrentLocalTime(&now);
+    std::shared_ptr<LogSink> file = LogFile::Open(pattern, type, dateFormat, now,
+                                                  CurrentMicroseconds());
+    if (file == nullptr) {
+      std::cerr << "Logger: cannot open log file " << pattern.string() << std::endl;
+      return nullptr;
+    }
+    AddSink(file);
+    return file;
+  } catch (const std::exception& error) {
+    std::cerr << "Logger: cannot open log file " << pattern.string() << ": " << error.what()
+              << std::endl;
+    return nullptr;
+  }
+}
+
+void Logger::AddSink(std::shared_ptr<LogSink> sink) {
+  if (sink == nullptr) return;
+  std::lock_guard<std::mutex> lock(Core().mutex);
+  Core().sinks.push_back(std::move(sink));
+}
+
+void Logger::RemoveSink(const std::shared_ptr<LogSink>& sink) {
+  std::lock_guard<std::mutex> lock(Core().mutex);
+  auto& sinks = Core().sinks;
+  sinks.erase(std::remove(sinks.begin(), sinks.end(), sink), sinks.end());
+}
+
+void Logger::SetMinimumLevel(EventLevel level) { Core().minimumLevel = static_cast<int>(level); }
+
+EventLevel Logger::GetMinimumLevel() { return static_cast<EventLevel>(Core().minimumLevel.load()); }
+
+void Logger::Info(const std::string& text) { Write(EventLevel::Info, text); }
+void Logger::Info(const boost::format& text) { Write(EventLevel::Info, FormatText(text)); }
+void Logger::Warning(const std::string& text) { Write(EventLevel::Warning, text); }
+void Logger::Warning(const boost::format& text) { Write(EventLevel::Warning, FormatText(text)); }
+void Logger::Error(const std::string& text) { Write(EventLevel::Error, text); }
+void Logger::Error(const boost::format& text) { Write(EventLevel::Error, FormatText(text)); }
+
+void Logger::Exception(const std::exception& error, const std::string& where) {
+  Write(EventLevel::Error, (where.empty() ? "" : where + ": ") + "exception: " + error.what());
+}
+
+void Logger::Write(EventLevel level, const std::string& text) {
+  LoggerCore& core = Core();
+  if (static_cast<int>(level) < core.minimumLevel) return;
+  try {
+    LogRecord record{level, {}, CurrentThreadId(), text};
+    GetCurrentLocalTime(&record.localTime);
+    std::lock_guard<std::mutex> lock(core.mutex);
+    for (const auto& sink : core.sinks) sink->Write(record);
+  } catch (const std::exception& error) {
+    std::cerr << "Logger: cannot write a line: " << error.what() << std::endl;
+  }
+}
+
+}  // namespace Framework

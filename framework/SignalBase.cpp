@@ -1,0 +1,7 @@
+#include "SignalBase.h"
+
+namespace Framework {
+
+SignalBase::~SignalBase() = default;
+
+}  // namespace Framework

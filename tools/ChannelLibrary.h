@@ -1,0 +1,31 @@
+// The channel library, loaded the way a host loads it: by path, with dlopen, and looked up by
+// its plain entry points.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "framework/platform/DynamicLibrary.h"
+
+namespace Quillmar::Tools {
+
+class ChannelLibrary {
+ public:
+  // Loads the library from the folder of this executable's sibling "lib" folder, or from
+  // QUILLMAR_CHANNEL_LIBRARY when set. Throws std::runtime_error with the loader's text.
+  ChannelLibrary();
+
+  // The library's GetProcessorVersion().
+  std::string Version() const;
+
+  // Where the library was loaded from.
+  const std::string& Path() const { return library_->Path(); }
+
+  // The entry point `name`; throws std::runtime_error when the library lacks it.
+  void* EntryPoint(const char* name) const;
+
+ private:
+  std::unique_ptr<Framework::DynamicLibrary> library_;
+};
+
+}  // namespace Quillmar::Tools

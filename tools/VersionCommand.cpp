@@ -1,0 +1,23 @@
+#include "tools/VersionCommand.h"
+
+#include <iostream>
+
+#include "tools/ChannelLibrary.h"
+#include "tools/ExitStatus.h"
+
+namespace Quillmar::Tools {
+
+void AddVersionCommand(CLI::App& app) {
+  CLI::App* command = app.add_subcommand("version", "Print the channel library's build information");
+  command->callback([] {
+    try {
+      ChannelLibrary library;
+      std::cout << library.Version() << '\n' << "loaded from " << library.Path() << std::endl;
+    } catch (const std::exception& error) {
+      std::cerr << "quillmar version: " << error.what() << std::endl;
+      SetExitStatus(1);
+    }
+  });
+}
+
+}  // namespace Quillmar::Tools
