@@ -1,11 +1,12 @@
-#include "tools/VersionCommand.h"
-
+// quillmar version: loads the channel library as a host does and prints its build information.
 #include <iostream>
 
 #include "tools/ChannelLibrary.h"
+#include "tools/CommandRegistry.h"
 #include "tools/ExitStatus.h"
 
 namespace Quillmar::Tools {
+namespace {
 
 void AddVersionCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("version", "Print the channel library's build information");
@@ -19,5 +20,9 @@ void AddVersionCommand(CLI::App& app) {
     }
   });
 }
+
+}  // namespace
+
+QUILLMAR_TOOL_COMMAND(AddVersionCommand)
 
 }  // namespace Quillmar::Tools
