@@ -13,7 +13,7 @@
 
 namespace Framework {
 
-class LogFile : public LogSink {
+class FRAMEWORK_API LogFile : public LogSink {
  public:
   // Opens the file named by `pattern` with its time fields filled from `now`;
   // null when it cannot be opened.
