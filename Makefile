@@ -4,6 +4,7 @@
 #   make bench  build the release configuration and run every benchmark
 
 JOBS ?= $(shell nproc)
+MAKEFLAGS += --no-print-directory
 CMAKE_FLAGS_release = -DCMAKE_BUILD_TYPE=Release
 CMAKE_FLAGS_asan = -DCMAKE_BUILD_TYPE=Debug -DQUILLMAR_SANITIZE=ON
 
