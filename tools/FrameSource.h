@@ -1,0 +1,21 @@
+// Where a host's frames come from: a Y4M stream or a generator.
+#pragma once
+
+#include "framework/Frame.h"
+#include "framework/VideoFormatInfo.h"
+
+namespace Quillmar::Tools {
+
+class FrameSource {
+ public:
+  virtual ~FrameSource() = default;
+
+  // The format of every frame this source gives.
+  virtual const Framework::VideoFormatInfo& Format() const = 0;
+
+  // Fills `frame` (of Format()) with the next picture; false at the end of the stream.
+  // Throws std::runtime_error on a damaged stream.
+  virtual bool Next(Framework::Frame& frame) = 0;
+};
+
+}  // namespace Quillmar::Tools
