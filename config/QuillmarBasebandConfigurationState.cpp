@@ -15,8 +15,7 @@ namespace {
 
 constexpr char kProductName[] = "QuillmarBasebandSDK";
 constexpr char kRootPrefix[] = "//:";
-constexpr char kConfigFolder[] = "Cfg";
-constexpr char kConfigFileName[] = "QLM_LumensealProp.cfg";
+constexpr char kConfigFile[] = "Cfg/QLM_LumensealProp.cfg";
 constexpr char kCurrentFolder[] = ".";
 constexpr std::size_t kNoIndex = std::numeric_limits<std::size_t>::max();
 
@@ -79,8 +78,9 @@ bool QuillmarBasebandConfigurationState::IsLicensed(char* productName) {
 }
 
 std::string QuillmarBasebandConfigurationState::ConfigFileForRoot(const std::string& rootPath) {
-  return (std::filesystem::path(NormalisedPath(rootPath)) / kConfigFolder / kConfigFileName)
-      .generic_string();
+  const std::string root = NormalisedPath(rootPath);
+  const bool joined = root.empty() || root.back() == '/';
+  return root + (joined ? "" : "/") + kConfigFile;
 }
 
 bool QuillmarBasebandConfigurationState::copystr(const std::string& text, char* buffer) {
