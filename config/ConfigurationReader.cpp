@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <vector>
 
@@ -95,10 +94,12 @@ ConfigurationReader::ConfigurationReader(std::string source, std::string section
     : source_(std::move(source)), sectionName_(std::move(sectionName)) {}
 
 bool ConfigurationReader::ReadFile(const std::string& path, std::string& bytes) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
   if (!file) return false;
-  bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  return !file.bad();
+  const std::streamoff size = file.tellg();
+  if (size < 0 || !file.seekg(0)) return false;
+  bytes.resize(static_cast<std::size_t>(size));
+  return static_cast<bool>(file.read(bytes.data(), size));
 }
 
 bool ConfigurationReader::Load(bool checkCrc) {

@@ -12,19 +12,10 @@ constexpr char kChecksumName[] = "Checksum";
 constexpr char kSharedDatabaseName[] = "SharedDatabase";
 constexpr int kChecksumDigits = 8;
 
-void AppendValue(const JsonValue& value, std::string& text);
+void AppendValue(const JsonValue& value, std::ostream& text);
 
-void AppendReal(double real, std::string& text) {
-  std::ostringstream stream;
-  stream.imbue(std::locale::classic());
-  stream << real;
-  text += stream.str();
-}
-
-void AppendQuoted(const std::string& value, std::string& text) {
-  text += '"';
-  text += value;
-  text += '"';
+void AppendQuoted(const std::string& value, std::ostream& text) {
+  text << '"' << value << '"';
 }
 
 std::string DoubledBackslashes(const std::string& value) {
@@ -37,9 +28,9 @@ std::string DoubledBackslashes(const std::string& value) {
   return doubled;
 }
 
-void AppendMember(const JsonMember& member, std::string& text) {
+void AppendMember(const JsonMember& member, std::ostream& text) {
   if (member.name == kChecksumName || member.value.type == JsonType::Null) return;
-  text += member.name;
+  text << member.name;
   if (member.name == kSharedDatabaseName && member.value.type == JsonType::String) {
     AppendQuoted(DoubledBackslashes(member.value.string), text);
     return;
@@ -48,7 +39,7 @@ void AppendMember(const JsonMember& member, std::string& text) {
 }
 
 // An array element or a member's value, without a name.
-void AppendValue(const JsonValue& value, std::string& text) {
+void AppendValue(const JsonValue& value, std::ostream& text) {
   switch (value.type) {
     case JsonType::Object:
       for (const JsonMember& member : value.members) AppendMember(member, text);
@@ -57,9 +48,9 @@ void AppendValue(const JsonValue& value, std::string& text) {
       for (const JsonValue& element : value.elements) AppendValue(element, text);
       break;
     case JsonType::String: AppendQuoted(value.string, text); break;
-    case JsonType::Boolean: text += value.boolean ? "true" : "false"; break;
-    case JsonType::Integer: text += value.IntegerText(); break;
-    case JsonType::Real: AppendReal(value.real, text); break;
+    case JsonType::Boolean: text << (value.boolean ? "true" : "false"); break;
+    case JsonType::Integer: text << value.IntegerText(); break;
+    case JsonType::Real: text << value.real; break;
     case JsonType::Null: break;
   }
 }
@@ -67,9 +58,10 @@ void AppendValue(const JsonValue& value, std::string& text) {
 }  // namespace
 
 std::string CanonicalText(const JsonValue& root) {
-  std::string text;
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
   AppendValue(root, text);
-  return text;
+  return text.str();
 }
 
 std::string DocumentChecksum(const JsonValue& root) {
