@@ -51,8 +51,7 @@ bool ReadIntegers(const JsonValue& array, const std::string& key, const std::str
     if (element.type != JsonType::Integer) {
       return finder.Fail("values of array \"" + key + "\" should be of type integer in " + context);
     }
-    values.push_back(element.isWideUnsigned ? static_cast<std::int64_t>(element.wideUnsigned)
-                                            : element.integer);
+    values.push_back(element.AsInteger());
   }
   return true;
 }
@@ -233,14 +232,14 @@ bool ConfigurationReader::ReadWatermark(const JsonValue& vwm, const std::string&
     parameters.globalDepth = static_cast<float>(real->real);
   } else if (const JsonValue* integer =
                  finder.Find(vwm, "GlobalDepth", JsonType::Integer, context)) {
-    parameters.globalDepth = static_cast<float>(integer->integer);
+    parameters.globalDepth = static_cast<float>(integer->AsInteger());
   } else {
     return false;
   }
 
   const JsonValue* maxLocalDepth = finder.Find(vwm, "MaxLocalDepth", JsonType::Integer, context);
   if (maxLocalDepth == nullptr) return false;
-  parameters.maxLocalDepth = static_cast<std::int32_t>(maxLocalDepth->integer);
+  parameters.maxLocalDepth = static_cast<std::int32_t>(maxLocalDepth->AsInteger());
   parameters.parametersSet = true;
   return true;
 }

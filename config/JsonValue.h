@@ -33,6 +33,8 @@ struct JsonValue {
 
   // The integer's decimal digits, as the file wrote the number's value.
   std::string IntegerText() const;
+  // The integer as a signed 64-bit value (one above that range wraps, as a cast does).
+  std::int64_t AsInteger() const;
 };
 
 struct JsonMember {

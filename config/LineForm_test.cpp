@@ -57,6 +57,8 @@ TEST(LineForm, CrcFailures) {
   } cases[] = {
       {flipped, "legacy.cfg"}, {noCrc, "legacy.cfg"}, {badNumber, "legacy.cfg"},
       {"", "empty.cfg"},       {"{\"a\": ", "broken.json"},
+      // Nested deeper than the JSON reader accepts.
+      {"{\"a\":" + std::string(100, '[') + std::string(100, ']') + "}", "deep.json"},
   };
   for (const auto& c : cases) {
     const auto checked = LoadText(c.text, true, c.name);
