@@ -1,4 +1,4 @@
-// The vocabularies: content types, built-in metadata tables, payload sizes, quality names.
+// The vocabularies: content types, built-in metadata tables, payload sizes.
 #include "config/ConfigurationModel.h"
 
 #include <gtest/gtest.h>
@@ -111,22 +111,6 @@ TEST(Vocabularies, PayloadSizeCheck) {
       EXPECT_EQ(size, PayloadSize::Rate48);
     }
   }
-}
-
-TEST(Vocabularies, QualityNames) {
-  for (const char* name : {"VERY_LOW_QUALITY", "LOW_QUALITY", "MEDIUM_QUALITY", "HIGH_QUALITY",
-                           "VERY_HIGH_QUALITY", ""}) {
-    EXPECT_TRUE(IsValidQualityName(name)) << name;
-  }
-  for (const char* name : {"medium_quality", "MEDIUM", "ULTRA_QUALITY", " "}) {
-    EXPECT_FALSE(IsValidQualityName(name)) << name;
-  }
-}
-
-TEST(Vocabularies, EidLists) {
-  EXPECT_EQ(JoinEids({}), "");
-  EXPECT_EQ(JoinEids({7}), "7");
-  EXPECT_EQ(JoinEids({101, 102, -3}), "101, 102, -3");
 }
 
 }  // namespace
