@@ -1,0 +1,121 @@
+#include "config/ConfigTestSupport.h"
+
+#include <boost/json/serialize.hpp>
+#include <boost/json/string.hpp>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "config/ConfigurationSigner.h"
+#include "framework/Logger.h"
+
+namespace QuillmarBasebandSDK::Testing {
+
+ScratchFolder::ScratchFolder() {
+  std::random_device random;
+  path_ = std::filesystem::temp_directory_path() /
+          ("quillmar-config-test-" + std::to_string(random()) + std::to_string(random()));
+  std::filesystem::create_directories(path_);
+}
+
+ScratchFolder::~ScratchFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string ScratchFolder::Write(const std::string& name, const std::string& bytes) const {
+  const std::filesystem::path file = path_ / name;
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream(file, std::ios::binary) << bytes;
+  return file.string();
+}
+
+std::string Signed(const std::string& text) {
+  std::string signedText;
+  std::string error;
+  if (!SignConfiguration(text, "cfg.json", "cfg.json", signedText, error)) return text;
+  return signedText;
+}
+
+std::string DocumentWithEntries(const std::string& entries) {
+  return R"({"ContentProcessor": {"Version": "0.3", "Facility": "F", "SharedDatabase": "db",
+    "Detector": {"VWM": {"DisplayAllWatermarks": false, "DisplayEIDS": [1]}},
+    "ContentProcessingParameters": [)" +
+         entries + "]}}";
+}
+
+LoadResult LoadText(const std::string& text, bool checkCrc, const std::string& name) {
+  const ScratchFolder folder;
+  const std::string path = folder.Write(name, text);
+  ConfigurationReader reader(path);
+  LoadResult result;
+  result.loaded = reader.Load(checkCrc);
+  const std::string prefix = path + " - ";
+  result.errorText = reader.ErrorText().rfind(prefix, 0) == 0
+                         ? reader.ErrorText().substr(prefix.size())
+                         : reader.ErrorText();
+  result.settings = reader.Settings();
+  return result;
+}
+
+std::filesystem::path ExamplesFolder() {
+  return std::filesystem::path(QUILLMAR_SOURCE_DIR) / "examples";
+}
+
+std::string WriteJson(const JsonValue& value) {
+  std::ostringstream text;
+  switch (value.type) {
+    case JsonType::Object: {
+      text << '{';
+      const char* separator = "";
+      for (const JsonMember& member : value.members) {
+        text << separator << boost::json::serialize(boost::json::string(member.name)) << ':'
+             << WriteJson(member.value);
+        separator = ",";
+      }
+      text << '}';
+      break;
+    }
+    case JsonType::Array: {
+      text << '[';
+      const char* separator = "";
+      for (const JsonValue& element : value.elements) {
+        text << separator << WriteJson(element);
+        separator = ",";
+      }
+      text << ']';
+      break;
+    }
+    case JsonType::String: text << boost::json::serialize(boost::json::string(value.string)); break;
+    case JsonType::Boolean: text << (value.boolean ? "true" : "false"); break;
+    case JsonType::Integer: text << value.IntegerText(); break;
+    case JsonType::Real: text << boost::json::serialize(boost::json::value(value.real)); break;
+    case JsonType::Null: text << "null"; break;
+  }
+  return text.str();
+}
+
+std::shared_ptr<LogRecorder> LogRecorder::Attach() {
+  auto recorder = std::make_shared<LogRecorder>();
+  Framework::Logger::AddSink(recorder);
+  return recorder;
+}
+
+void LogRecorder::Detach() { Framework::Logger::RemoveSink(shared_from_this()); }
+
+void LogRecorder::Write(const Framework::LogRecord& record) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  lines_.push_back(std::string(Framework::LevelName(record.level)) + " " + record.text);
+}
+
+void LogRecorder::WriteLine(const std::string& text) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  lines_.push_back(text);
+}
+
+std::vector<std::string> LogRecorder::Lines() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return lines_;
+}
+
+}  // namespace QuillmarBasebandSDK::Testing

@@ -1,0 +1,69 @@
+// Helpers shared by the configuration tests: scratch folders, files, signed documents, a log
+// recorder and a writer that turns our tree back into JSON text.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "config/ConfigurationReader.h"
+#include "config/JsonValue.h"
+#include "framework/LogSink.h"
+
+namespace QuillmarBasebandSDK::Testing {
+
+// A fresh folder under the system's temporary folder, removed with everything in it.
+class ScratchFolder {
+ public:
+  ScratchFolder();
+  ~ScratchFolder();
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+  const std::filesystem::path& Path() const { return path_; }
+  // Writes `bytes` to `name` below the folder (creating folders) and returns the file's path.
+  std::string Write(const std::string& name, const std::string& bytes) const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+// `text` signed as `quillmar config sign` would sign it.
+std::string Signed(const std::string& text);
+
+// A complete configuration whose ContentProcessingParameters array is `entries` (JSON text).
+std::string DocumentWithEntries(const std::string& entries);
+
+// Loads `text` from a scratch file named `name`; the reader's error texts name that file.
+struct LoadResult {
+  bool loaded = false;
+  std::string errorText;  // without the "{source} - " prefix
+  ContentProcessorSettings settings;
+};
+LoadResult LoadText(const std::string& text, bool checkCrc, const std::string& name = "cfg.json");
+
+// The folder of the signed examples.
+std::filesystem::path ExamplesFolder();
+
+// JSON text for `value` (members in order, duplicates kept).
+std::string WriteJson(const JsonValue& value);
+
+// Records every log line while it lives.
+class LogRecorder : public Framework::LogSink,
+                    public std::enable_shared_from_this<LogRecorder> {
+ public:
+  static std::shared_ptr<LogRecorder> Attach();
+  void Detach();
+  void Write(const Framework::LogRecord& record) override;
+  void WriteLine(const std::string& text) override;
+  std::string Target() const override { return "test recorder"; }
+  std::vector<std::string> Lines() const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+}  // namespace QuillmarBasebandSDK::Testing

@@ -1,0 +1,176 @@
+#include "config/JsonDocument.h"
+
+#include <boost/json/basic_parser_impl.hpp>
+#include <utility>
+#include <vector>
+
+namespace QuillmarBasebandSDK {
+namespace {
+
+constexpr char kChecksumKey[] = "Checksum";
+// Configuration files nest a handful of levels; the parser refuses deeper texts.
+constexpr std::size_t kMaxDepth = 64;
+
+using boost::json::string_view;
+using ErrorCode = boost::system::error_code;
+
+// Builds the tree from the parser's events. Containers under construction are kept on a stack,
+// each with the name it will have in its parent object.
+class TreeBuilder {
+ public:
+  static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
+  static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
+  static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
+  static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
+
+  TreeBuilder(std::string_view text, JsonDocument& document) : text_(text), document_(document) {}
+
+  bool on_document_begin(ErrorCode&) { return true; }
+  bool on_document_end(ErrorCode&) { return true; }
+  bool on_array_begin(ErrorCode&) { return Open(JsonType::Array); }
+  bool on_array_end(std::size_t, ErrorCode&) { return Close(); }
+  bool on_object_begin(ErrorCode&) { return Open(JsonType::Object); }
+  bool on_object_end(std::size_t, ErrorCode&) { return Close(); }
+
+  bool on_string_part(string_view part, std::size_t, ErrorCode&) {
+    pendingString_.append(part.data(), part.size());
+    stringInParts_ = true;
+    return true;
+  }
+  bool on_string(string_view last, std::size_t, ErrorCode&) {
+    const bool wholeInText = !stringInParts_ && InText(last);
+    NoteRootChecksum(wholeInText ? last : string_view{});
+    JsonValue value;
+    value.type = JsonType::String;
+    value.string = std::move(pendingString_);
+    value.string.append(last.data(), last.size());
+    pendingString_.clear();
+    stringInParts_ = false;
+    return Add(std::move(value));
+  }
+  bool on_key_part(string_view part, std::size_t, ErrorCode&) {
+    pendingKey_.append(part.data(), part.size());
+    return true;
+  }
+  bool on_key(string_view last, std::size_t, ErrorCode&) {
+    pendingKey_.append(last.data(), last.size());
+    return true;
+  }
+  bool on_number_part(string_view, ErrorCode&) { return true; }
+  bool on_int64(std::int64_t number, string_view, ErrorCode&) {
+    JsonValue value;
+    value.type = JsonType::Integer;
+    value.integer = number;
+    return Add(std::move(value));
+  }
+  bool on_uint64(std::uint64_t number, string_view, ErrorCode&) {
+    JsonValue value;
+    value.type = JsonType::Integer;
+    value.wideUnsigned = number;
+    value.isWideUnsigned = true;
+    return Add(std::move(value));
+  }
+  bool on_double(double number, string_view, ErrorCode&) {
+    JsonValue value;
+    value.type = JsonType::Real;
+    value.real = number;
+    return Add(std::move(value));
+  }
+  bool on_bool(bool flag, ErrorCode&) {
+    JsonValue value;
+    value.type = JsonType::Boolean;
+    value.boolean = flag;
+    return Add(std::move(value));
+  }
+  bool on_null(ErrorCode&) {
+    NoteRootChecksum({});
+    return Add(JsonValue{});
+  }
+  bool on_comment_part(string_view, ErrorCode&) { return true; }
+  bool on_comment(string_view, ErrorCode&) { return true; }
+
+ private:
+  struct Open_ {
+    std::string name;
+    JsonValue value;
+  };
+
+  bool InText(string_view part) const {
+    return part.data() >= text_.data() && part.data() + part.size() <= text_.data() + text_.size();
+  }
+
+  bool AtRootMember() const {
+    return open_.size() == 1 && open_.front().value.type == JsonType::Object;
+  }
+
+  // Called for string and null values before they are added: notes where the root's first
+  // `Checksum` member's text lies (other kinds of value are noted by Add).
+  void NoteRootChecksum(string_view wholeValue) {
+    if (!AtRootMember() || pendingKey_ != kChecksumKey || document_.hasRootChecksum) return;
+    document_.hasRootChecksum = true;
+    if (wholeValue.data() == nullptr) return;
+    document_.checksumOffset = static_cast<std::size_t>(wholeValue.data() - text_.data());
+    document_.checksumLength = wholeValue.size();
+  }
+
+  bool Open(JsonType type) {
+    Open_ container;
+    container.name = std::move(pendingKey_);
+    pendingKey_.clear();
+    container.value.type = type;
+    open_.push_back(std::move(container));
+    return true;
+  }
+
+  bool Close() {
+    Open_ closed = std::move(open_.back());
+    open_.pop_back();
+    pendingKey_ = std::move(closed.name);
+    return Add(std::move(closed.value));
+  }
+
+  // Places a finished value in the open container, or makes it the root.
+  bool Add(JsonValue value) {
+    if (open_.empty()) {
+      document_.root = std::move(value);
+      return true;
+    }
+    JsonValue& parent = open_.back().value;
+    if (parent.type == JsonType::Object) {
+      if (AtRootMember() && pendingKey_ == kChecksumKey) document_.hasRootChecksum = true;
+      parent.members.push_back(JsonMember{std::move(pendingKey_), std::move(value)});
+      pendingKey_.clear();
+    } else {
+      parent.elements.push_back(std::move(value));
+    }
+    return true;
+  }
+
+  std::string_view text_;
+  JsonDocument& document_;
+  std::vector<Open_> open_;
+  std::string pendingKey_;
+  std::string pendingString_;
+  bool stringInParts_ = false;
+};
+
+std::size_t FirstNonSpace(std::string_view text) {
+  const std::size_t offset = text.find_first_not_of(" \t\r\n");
+  return offset == std::string_view::npos ? JsonDocument::kNoOffset : offset;
+}
+
+}  // namespace
+
+bool ParseJsonDocument(std::string_view text, JsonDocument& document) {
+  document = JsonDocument{};
+  boost::json::parse_options options;
+  options.max_depth = kMaxDepth;
+  boost::json::basic_parser<TreeBuilder> parser(options, text, document);
+  ErrorCode error;
+  const std::size_t used = parser.write_some(false, text.data(), text.size(), error);
+  if (error || used != text.size() || !parser.done()) return false;
+  document.rootOffset = FirstNonSpace(text);
+  return true;
+}
+
+}  // namespace QuillmarBasebandSDK

@@ -1,0 +1,34 @@
+// A JSON text read into our ordered tree (JsonValue), through Boost.JSON's SAX parser.
+//
+// Besides the tree, it notes where the root object's first `Checksum` string lies in the text,
+// so that signing can replace those bytes and leave every other byte as it was. Stateless
+// functions; safe to call from any thread.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "config/JsonValue.h"
+
+namespace QuillmarBasebandSDK {
+
+struct JsonDocument {
+  static constexpr std::size_t kNoOffset = static_cast<std::size_t>(-1);
+
+  JsonValue root;
+  // Offset of the first byte of the root value (after leading white space).
+  std::size_t rootOffset = kNoOffset;
+  // The root object's first `Checksum` member, when its value is a string written without
+  // escapes: offset and length of the characters between its quotes. kNoOffset otherwise.
+  std::size_t checksumOffset = kNoOffset;
+  std::size_t checksumLength = 0;
+  // True when the root object has a member named `Checksum` at all.
+  bool hasRootChecksum = false;
+};
+
+// Parses `text` as one JSON document (no comments, no trailing commas). Returns false, with
+// `document` unspecified, when `text` is not JSON.
+bool ParseJsonDocument(std::string_view text, JsonDocument& document);
+
+}  // namespace QuillmarBasebandSDK

@@ -1,0 +1,39 @@
+#include "config/MemberFinder.h"
+
+namespace QuillmarBasebandSDK {
+
+const JsonValue* MemberFinder::FindAny(const JsonValue& object, const std::string& key) {
+  for (const JsonMember& member : object.members) {
+    if (member.name == key) return &member.value;
+  }
+  return nullptr;
+}
+
+const JsonValue* MemberFinder::Find(const JsonValue& object, const std::string& key,
+                                    JsonType type, const std::string& context) const {
+  const JsonValue* value = FindAny(object, key);
+  if (value == nullptr) {
+    Fail(key + " not found in " + context);
+    return nullptr;
+  }
+  if (value->type != type) {
+    Fail(key + " in " + context + " should be of type " + JsonTypeName(type));
+    return nullptr;
+  }
+  return value;
+}
+
+bool MemberFinder::FindString(const JsonValue& object, const std::string& key,
+                              const std::string& context, std::string& value) const {
+  const JsonValue* found = Find(object, key, JsonType::String, context);
+  if (found == nullptr) return false;
+  value = found->string;
+  return true;
+}
+
+bool MemberFinder::Fail(const std::string& message) const {
+  errorText_ = source_ + " - " + message;
+  return false;
+}
+
+}  // namespace QuillmarBasebandSDK
