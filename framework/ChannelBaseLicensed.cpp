@@ -33,7 +33,8 @@ const char* Environment(const char* name) {
 Licenser::Licenser(const std::string& productName) {
   const char* seed = Environment("QUILLMAR_LICENSE_SEED");
   const char* daysLeft = Environment("QUILLMAR_LICENSE_DAYS_LEFT");
-  SetProperty("Seed", seed != nullptr ? std::strtoull(seed, nullptr, 0) : SeedFromName(productName));
+  SetProperty<std::uint64_t>(
+      "Seed", seed != nullptr ? std::strtoull(seed, nullptr, 0) : SeedFromName(productName));
   SetProperty("DaysLeft", daysLeft != nullptr ? std::atoi(daysLeft) : kDefaultDaysLeft);
   SetProperty("Valid", Environment("QUILLMAR_LICENSE_INVALID") == nullptr);
 }
