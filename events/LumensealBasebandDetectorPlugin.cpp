@@ -4,22 +4,7 @@ namespace Framework {
 
 using DetectorProperties = LumensealBasebandDetectorPlugin::ConstructionProperties;
 
-DetectorProperties::ConstructionProperties(const PropertyBase& properties)
-    : PropertyBase(properties) {}
-
 DetectorProperties::~ConstructionProperties() = default;
-
-std::int32_t DetectorProperties::GetChannelIndex() const {
-  return GetProperty<std::int32_t>(kChannelIndex);
-}
-
-void DetectorProperties::SetChannelIndex(std::int32_t index) {
-  SetProperty<std::int32_t>(kChannelIndex, index);
-}
-
-std::uint64_t DetectorProperties::GetSeed() const { return GetProperty<std::uint64_t>(kSeed); }
-
-void DetectorProperties::SetSeed(std::uint64_t seed) { SetProperty<std::uint64_t>(kSeed, seed); }
 
 std::string DetectorProperties::GetMacAddress() const {
   return GetProperty<std::string>(kMacAddress);

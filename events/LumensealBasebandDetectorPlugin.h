@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <string>
 
+#include "events/LumensealPluginConstructionProperties.h"
 #include "framework/AlgorithmBase.h"
 #include "framework/PropertyBase.h"
 #include "framework/platform/Export.h"
@@ -22,31 +23,18 @@ namespace Framework {
 
 class QUILLMAR_API LumensealBasebandDetectorPlugin : public AlgorithmBase {
  public:
-  // What the detector is created with.
-  class QUILLMAR_API ConstructionProperties : public PropertyBase {
+  // What the detector is created with: "ChannelIndex" and "Seed", and the detector's own.
+  class QUILLMAR_API ConstructionProperties : public LumensealPluginConstructionProperties {
    public:
-    static constexpr char kChannelIndex[] = "ChannelIndex";
-    static constexpr char kSeed[] = "Seed";
     static constexpr char kMacAddress[] = "MacAddress";
     static constexpr char kPreDetectorPeriod[] = "PreDetectorPeriod";
     static constexpr char kIsBlockingDetector[] = "IsBlockingDetector";
     static constexpr char kIsReportingNotFound[] = "IsReportingNotFound";
     static constexpr char kIsOnStopReportCachedBuffers[] = "IsOnStopReportCachedBuffers";
 
-    // No properties set.
-    ConstructionProperties() = default;
-    // A copy of the values in `properties`.
-    explicit ConstructionProperties(const PropertyBase& properties);
+    using LumensealPluginConstructionProperties::LumensealPluginConstructionProperties;
     ~ConstructionProperties() override;
-    ConstructionProperties(const ConstructionProperties&) = default;
-    ConstructionProperties& operator=(const ConstructionProperties&) = default;
 
-    // The channel's index.
-    std::int32_t GetChannelIndex() const;
-    void SetChannelIndex(std::int32_t index);
-    // The watermark seed of the licence.
-    std::uint64_t GetSeed() const;
-    void SetSeed(std::uint64_t seed);
     // The address the detector reports as its machine's.
     std::string GetMacAddress() const;
     void SetMacAddress(const std::string& address);

@@ -2,24 +2,7 @@
 
 namespace Framework {
 
-using EmbedderProperties = LumensealBasebandEmbedderPlugin::ConstructionProperties;
-
-EmbedderProperties::ConstructionProperties(const PropertyBase& properties)
-    : PropertyBase(properties) {}
-
-EmbedderProperties::~ConstructionProperties() = default;
-
-std::int32_t EmbedderProperties::GetChannelIndex() const {
-  return GetProperty<std::int32_t>(kChannelIndex);
-}
-
-void EmbedderProperties::SetChannelIndex(std::int32_t index) {
-  SetProperty<std::int32_t>(kChannelIndex, index);
-}
-
-std::uint64_t EmbedderProperties::GetSeed() const { return GetProperty<std::uint64_t>(kSeed); }
-
-void EmbedderProperties::SetSeed(std::uint64_t seed) { SetProperty<std::uint64_t>(kSeed, seed); }
+LumensealBasebandEmbedderPlugin::ConstructionProperties::~ConstructionProperties() = default;
 
 LumensealBasebandEmbedderPlugin::LumensealBasebandEmbedderPlugin(
     const PropertyBase& constructionProperties)

@@ -21,6 +21,7 @@
 #include <map>
 #include <string>
 
+#include "events/LumensealPluginConstructionProperties.h"
 #include "framework/AlgorithmBase.h"
 #include "framework/Frame.h"
 #include "framework/PropertyBase.h"
@@ -31,26 +32,11 @@ namespace Framework {
 
 class QUILLMAR_API LumensealBasebandEmbedderPlugin : public AlgorithmBase {
  public:
-  // What the embedder is created with.
-  class QUILLMAR_API ConstructionProperties : public PropertyBase {
+  // What the embedder is created with: "ChannelIndex" and "Seed".
+  class QUILLMAR_API ConstructionProperties : public LumensealPluginConstructionProperties {
    public:
-    static constexpr char kChannelIndex[] = "ChannelIndex";
-    static constexpr char kSeed[] = "Seed";
-
-    // No properties set.
-    ConstructionProperties() = default;
-    // A copy of the values in `properties`.
-    explicit ConstructionProperties(const PropertyBase& properties);
+    using LumensealPluginConstructionProperties::LumensealPluginConstructionProperties;
     ~ConstructionProperties() override;
-    ConstructionProperties(const ConstructionProperties&) = default;
-    ConstructionProperties& operator=(const ConstructionProperties&) = default;
-
-    // The channel's index.
-    std::int32_t GetChannelIndex() const;
-    void SetChannelIndex(std::int32_t index);
-    // The watermark seed of the licence.
-    std::uint64_t GetSeed() const;
-    void SetSeed(std::uint64_t seed);
   };
 
   static constexpr char kChannelIndex[] = "ChannelIndex";

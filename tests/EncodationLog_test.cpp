@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/json.hpp>
 #include <cstdlib>
 #include <filesystem>
@@ -28,14 +29,7 @@ namespace json = boost::json;
 constexpr char kLogProperty[] = "EncodationLogFile";
 constexpr char kLogVariable[] = "QUILLMAR_ENCODATION_LOG";
 
-std::string IsoNow() {
-  SYSTEMTIME now;
-  Framework::GetCurrentUtcTime(&now);
-  char text[48];
-  std::snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02u.%03uZ", now.wYear, now.wMonth,
-                now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds);
-  return text;
-}
+boost::posix_time::ptime UtcNow() { return boost::posix_time::microsec_clock::universal_time(); }
 
 std::vector<std::string> Lines(const fs::path& path) {
   std::ifstream file(path);
@@ -87,18 +81,21 @@ TEST_F(EncodationLogTest, RecordHoldsEveryArgumentTheSlotAndTheWriteTime) {
   embedder.ReportPriorWatermark(12, 2000, 1.0);
   embedder.ReportPriorWatermark(11, 1003, 3.5);
 
-  const std::string before = IsoNow();
+  const boost::posix_time::ptime before = UtcNow();
   embedder.WriteEncodationLog("first", "second", "Studio A", "third",
                               {{"itemid", "A-1"}, {"note", "line\nbreak \"quoted\""}}, "CRC 1234",
                               0.25);
-  const std::string after = IsoNow();
+  const boost::posix_time::ptime after = UtcNow();
 
   const std::vector<std::string> lines = Lines(log);
   ASSERT_EQ(lines.size(), 1u);
   const json::object record = json::parse(lines[0]).as_object();
   const std::string written(record.at("WrittenAtUtc").as_string());
-  EXPECT_LE(before, written);
-  EXPECT_LE(written, after);
+  ASSERT_EQ(written.back(), 'Z');
+  const boost::posix_time::ptime writtenTime =
+      boost::posix_time::from_iso_extended_string(written.substr(0, written.size() - 1));
+  EXPECT_LE(before - boost::posix_time::milliseconds(1), writtenTime) << written;
+  EXPECT_LE(writtenTime, after) << written;
   EXPECT_EQ(record.at("ChannelIndex").to_number<int>(), 2);
   EXPECT_EQ(record.at("HostText1"), "first");
   EXPECT_EQ(record.at("HostText2"), "second");

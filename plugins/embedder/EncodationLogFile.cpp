@@ -14,48 +14,41 @@ namespace {
 
 constexpr mode_t kFileMode = 0644;
 
-// An open file descriptor, closed with the object.
-class FileDescriptor {
+std::string SystemError(const std::string& what, const std::filesystem::path& path) {
+  return what + " " + path.string() + ": " + std::strerror(errno);
+}
+
+// The file opened for appending and locked against every other writer (flock); unlocked and
+// closed with the object. Error() says what failed; it is empty when the file is ready.
+class LockedAppendFile {
  public:
-  explicit FileDescriptor(int fd) : fd_(fd) {}
-  ~FileDescriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-  int Get() const { return fd_; }
-  bool IsOpen() const { return fd_ >= 0; }
-
- private:
-  const int fd_;
-};
-
-// An exclusive flock on an open file, released with the object.
-class ExclusiveLock {
- public:
-  explicit ExclusiveLock(int fd) : fd_(fd) {
+  explicit LockedAppendFile(const std::filesystem::path& path)
+      : fd_(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kFileMode)) {
+    if (fd_ < 0) {
+      error_ = SystemError("cannot open", path);
+      return;
+    }
     int result;
     do result = ::flock(fd_, LOCK_EX);
     while (result != 0 && errno == EINTR);
     locked_ = result == 0;
+    if (!locked_) error_ = SystemError("cannot lock", path);
   }
-  ~ExclusiveLock() {
+  ~LockedAppendFile() {
     if (locked_) ::flock(fd_, LOCK_UN);
+    if (fd_ >= 0) ::close(fd_);
   }
-  ExclusiveLock(const ExclusiveLock&) = delete;
-  ExclusiveLock& operator=(const ExclusiveLock&) = delete;
+  LockedAppendFile(const LockedAppendFile&) = delete;
+  LockedAppendFile& operator=(const LockedAppendFile&) = delete;
 
-  bool IsLocked() const { return locked_; }
+  int Descriptor() const { return fd_; }
+  const std::string& Error() const { return error_; }
 
  private:
   const int fd_;
   bool locked_ = false;
+  std::string error_;
 };
-
-std::string SystemError(const std::string& what, const std::filesystem::path& path) {
-  return what + " " + path.string() + ": " + std::strerror(errno);
-}
 
 // Writes all of `data`; false (errno set) when the system wrote less.
 bool WriteAll(int fd, const std::string& data) {
@@ -81,30 +74,24 @@ bool EncodationLogFile::Append(const std::string& line, std::string* error) cons
     *error = "cannot create the folder of " + path_.string() + ": " + folderError.message();
     return false;
   }
-  const FileDescriptor file(::open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC,
-                                   kFileMode));
-  if (!file.IsOpen()) {
-    *error = SystemError("cannot open", path_);
-    return false;
-  }
-  const ExclusiveLock lock(file.Get());
-  if (!lock.IsLocked()) {
-    *error = SystemError("cannot lock", path_);
+  const LockedAppendFile file(path_);
+  if (!file.Error().empty()) {
+    *error = file.Error();
     return false;
   }
   struct stat before {};
-  if (::fstat(file.Get(), &before) != 0) {
+  if (::fstat(file.Descriptor(), &before) != 0) {
     *error = SystemError("cannot read the size of", path_);
     return false;
   }
-  if (!WriteAll(file.Get(), line + '\n')) {
+  if (!WriteAll(file.Descriptor(), line + '\n')) {
     *error = SystemError("cannot write to", path_);
-    if (::ftruncate(file.Get(), before.st_size) != 0) {
+    if (::ftruncate(file.Descriptor(), before.st_size) != 0) {
       *error += "; cutting off the partial line failed too: " + std::string(std::strerror(errno));
     }
     return false;
   }
-  if (::fdatasync(file.Get()) != 0) {
+  if (::fdatasync(file.Descriptor()) != 0) {
     *error = SystemError("the record was written but cannot be flushed to", path_);
     return false;
   }
