@@ -127,8 +127,14 @@ TEST_F(LumensealPluginsTest, ChannelCreatesBothFromTheirLibrariesWithItsProperti
   EXPECT_EQ(embedder_->GetEmbeddedDurationInSeconds(), 0u);
 }
 
+// A run as the channel drives it: every run-time property set, both initialised, and each frame
+// to the detector first, then to the embedder.
 TEST_F(LumensealPluginsTest, EmbedderKeepsEmbeddedDurationAndReportsEnergyOnceASecond) {
   const SYSTEMTIME start{2026, 11, 6, 21, 7, 40, 3, 0};
+  detector_->SetFormat(kFormat25);
+  detector_->SetChannelIndex(3);
+  detector_->SetMacAddress("----");
+  ASSERT_TRUE(detector_->InitProcessor());
   embedder_->SetFormat(kFormat25);
   embedder_->SetFrameRate(25.0);
   embedder_->SetMaxLocalDepth(4);
@@ -148,6 +154,7 @@ TEST_F(LumensealPluginsTest, EmbedderKeepsEmbeddedDurationAndReportsEnergyOnceAS
   Frame frame(kFormat25);
   for (std::uint64_t index = 0; index < 100; ++index) {
     frame.SetIndex(index);
+    detector_->ProcessFrameVolatile(&frame);
     // The third second is bypassed, as while a prior watermark is present.
     embedder_->ProcessFrameVolatile(&frame, index >= 50 && index < 75);
     ASSERT_EQ(embedder_->GetEmbeddedDurationInSeconds(), (index + 1) / 25) << "frame " << index;
