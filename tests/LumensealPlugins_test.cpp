@@ -178,6 +178,28 @@ TEST_F(LumensealPluginsTest, EmbedderTakesTheFrameRateFromTheFramesWhenNoneIsSet
   EXPECT_EQ(embedder_->GetEmbeddedDurationInSeconds(), 2u);
 }
 
+// Second n of a run carries the slot's start + n, so frames beyond the reserved slot must not be
+// marked: they pass on as bypassed ones until the channel extends the slot.
+TEST_F(LumensealPluginsTest, EmbedderMarksNoFrameBeyondTheReservedSlot) {
+  embedder_->SetFrameRate(25.0);
+  embedder_->SetSelectedDurationInSeconds(2);
+  ASSERT_TRUE(embedder_->InitProcessor());
+  std::vector<float> energies;
+  const Framework::EventConnection connection =
+      embedder_->GetEventSignal().ConnectFor<VWMEmbeddingEvent>(
+          [&](const VWMEmbeddingEvent& event) { energies.push_back(event.GetAverageEnergy()); });
+  Frame frame(kFormat25);
+  const auto feed = [&](int frames) {
+    for (int i = 0; i < frames; ++i) embedder_->ProcessFrameVolatile(&frame, false);
+  };
+  feed(100);
+  EXPECT_EQ(embedder_->GetEmbeddedDurationInSeconds(), 4u) << "the media clock runs on";
+  embedder_->SetSelectedDurationInSeconds(3600);
+  feed(25);
+  constexpr float kNone = VWMEmbeddingEvent::kNoEnergy;
+  EXPECT_EQ(energies, (std::vector<float>{0.0f, 0.0f, kNone, kNone, 0.0f}));
+}
+
 TEST_F(LumensealPluginsTest, BlockingDetectorReportsEachKindOfResultWithinTheNextFrame) {
   ASSERT_TRUE(detector_->InitProcessor());
   const Framework::EventConnection connection = Watch(*detector_);

@@ -4,6 +4,10 @@
 // VWMEmbeddingEvent with the average watermark energy once a second of media, records every prior
 // watermark the channel reports, and appends encodation records to a JSON Lines file.
 //
+// Second n of the run carries the time "SelectedStartTime" + n. Frames from second
+// "SelectedDurationInSeconds" on lie beyond the reserved time slot: they pass on without a
+// watermark, as bypassed frames do, until the channel extends the slot (0: no slot set, no limit).
+//
 // Where the encodation log goes, first match wins: the string property "EncodationLogFile" of the
 // embedder, the environment variable QUILLMAR_ENCODATION_LOG, or "Logs/EncodationLog.jsonl" under
 // the working directory. Missing folders are created.
@@ -66,6 +70,7 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
   bool Init() override {
     meter_.Reset();
     warnedNoFrameRate_ = false;
+    beyondSlot_ = false;
     SetEmbeddedDurationInSeconds(0);
     std::lock_guard<std::mutex> lock(sightingsMutex_);
     sightings_.clear();
@@ -121,11 +126,27 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
           "LumensealBasebandEmbedderPlugin::ProcessFrameVolatile; no frame rate is set: the "
           "embedded duration cannot be kept");
     }
+    const bool embedding = !bypass && !IsBeyondSlot();
     const auto average = meter_.AddFrame(
-        framesPerSecond, bypass ? std::nullopt : std::optional<float>(kEnergyWithoutSignal));
+        framesPerSecond, embedding ? std::optional<float>(kEnergyWithoutSignal) : std::nullopt);
     if (!average) return;
     SetEmbeddedDurationInSeconds(meter_.Seconds());
     GetEventSignal().Raise(Framework::VWMEmbeddingEvent(*average));
+  }
+
+  // True when the running second lies beyond the reserved slot; warns when a frame first does.
+  bool IsBeyondSlot() {
+    const std::uint64_t slotSeconds = GetSelectedDurationInSeconds();
+    const bool beyond = slotSeconds != 0 && meter_.Seconds() >= slotSeconds;
+    if (beyond && !beyondSlot_) {
+      Framework::Logger::Warning(
+          boost::format("LumensealBasebandEmbedderPlugin::ProcessFrameVolatile; the reserved time "
+                        "slot of %1% seconds is used up: frames pass without a watermark until it "
+                        "is extended") %
+          slotSeconds);
+    }
+    beyondSlot_ = beyond;
+    return beyond;
   }
 
   void Record(std::uint64_t cid, std::uint64_t timestamp, double mediaDetectionTimestamp) {
@@ -193,6 +214,7 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
   // Processing thread only
   EmbeddingMeter meter_;
   bool warnedNoFrameRate_ = false;
+  bool beyondSlot_ = false;
 
   mutable std::mutex sightingsMutex_;
   std::vector<PriorWatermarkSightings> sightings_;  // Guarded by sightingsMutex_, in first-seen order
