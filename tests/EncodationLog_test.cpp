@@ -179,7 +179,9 @@ TEST_F(EncodationLogTest, RecordsFromTwoThreadsAndTwoProcessesAreWhole) {
     ASSERT_NE(child, -1);
     if (child == 0) {
       std::vector<std::thread> threads;
-      for (int thread = 0; thread < kThreads; ++thread) threads.emplace_back(writer, process, thread);
+      for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back(writer, process, thread);
+      }
       for (std::thread& thread : threads) thread.join();
       ::_exit(0);
     }
@@ -200,8 +202,7 @@ TEST_F(EncodationLogTest, RecordsFromTwoThreadsAndTwoProcessesAreWhole) {
     const int thread = std::stoi(std::string(record.at("HostText2").as_string()));
     const std::string filler(kValueSize, static_cast<char>('a' + process * kThreads + thread));
     EXPECT_EQ(record.at("Metadata").at("filler"), filler.c_str());
-    const std::string key = std::to_string(process) + "/" +
-                            std::to_string(thread) + "/" +
+    const std::string key = std::to_string(process) + "/" + std::to_string(thread) + "/" +
                             std::string(record.at("HostText3").as_string());
     EXPECT_TRUE(seen.insert(key).second) << "written twice: " << key;
   }

@@ -4,9 +4,12 @@
 // - "IsBlockingDetector": results are raised within the frame call that found them; otherwise
 //   they are held back and raised with the next frame, as a detector working beside the frames;
 // - "IsOnStopReportCachedBuffers": results held back at Stop are raised then, or else dropped;
-// - "IsReportingNotFound" with "PreDetectorPeriod" (seconds of video): each period in which no
-//   watermark was found ends with a "Not found" detection event.
+// - "IsReportingNotFound" with "PreDetectorPeriod" (seconds of video, at least 1): each period in
+//   which no watermark was found ends with a "Not found" detection event.
 // Results to report are supplied through the properties of DetectorSimulation.h.
+//
+// Threads: frames, Stop and the simulation properties on one thread at a time, like the property
+// store; events are raised on the thread that hands over the frame (or calls Stop).
 #include <algorithm>
 #include <boost/format.hpp>
 #include <cmath>
@@ -94,8 +97,9 @@ class LumensealBasebandDetectorPlugin final : public Framework::LumensealBaseban
     const auto* detection = std::get_if<LSNDetection>(&result);
     if (detection != nullptr && detection->isFound) foundInPeriod_ = true;
     current_ = std::move(result);
-    std::visit([this](const auto& value) { GetEventSignal().Raise(Framework::VWMDetectionEvent(value)); },
-               current_);
+    std::visit(
+        [this](const auto& value) { GetEventSignal().Raise(Framework::VWMDetectionEvent(value)); },
+        current_);
   }
 
   // Counts the frame toward the detection period and reports "Not found" at the end of an
@@ -126,9 +130,10 @@ class LumensealBasebandDetectorPlugin final : public Framework::LumensealBaseban
   const std::int32_t periodSeconds_;
 
   // Processing thread only
-  std::deque<DetectorResult> found_;     // Found and not reported yet
-  std::deque<DetectorResult> heldBack_;  // Not blocking: found by the last frame, reported by the next
-  DetectorResult current_;               // What the latest event points at
+  std::deque<DetectorResult> found_;  // Found and not reported yet
+  // Not blocking: found by the last frame, reported with the next
+  std::deque<DetectorResult> heldBack_;
+  DetectorResult current_;  // What the latest event points at
   std::uint64_t framesInPeriod_ = 0;
   bool foundInPeriod_ = false;
 };

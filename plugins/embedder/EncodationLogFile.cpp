@@ -69,7 +69,9 @@ bool WriteAll(int fd, const std::string& data) {
 
 bool EncodationLogFile::Append(const std::string& line, std::string* error) const {
   std::error_code folderError;
-  if (path_.has_parent_path()) std::filesystem::create_directories(path_.parent_path(), folderError);
+  if (path_.has_parent_path()) {
+    std::filesystem::create_directories(path_.parent_path(), folderError);
+  }
   if (folderError) {
     *error = "cannot create the folder of " + path_.string() + ": " + folderError.message();
     return false;

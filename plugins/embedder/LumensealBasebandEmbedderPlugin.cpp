@@ -11,6 +11,10 @@
 // Where the encodation log goes, first match wins: the string property "EncodationLogFile" of the
 // embedder, the environment variable QUILLMAR_ENCODATION_LOG, or "Logs/EncodationLog.jsonl" under
 // the working directory. Missing folders are created.
+//
+// Threads: frames and prior-watermark reports arrive on the framework's processing thread, the
+// life cycle and WriteEncodationLog on its control thread; the prior-watermark sightings, which
+// both read, are locked.
 #include <boost/format.hpp>
 #include <boost/json.hpp>
 #include <cstdint>
@@ -217,7 +221,8 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
   bool beyondSlot_ = false;
 
   mutable std::mutex sightingsMutex_;
-  std::vector<PriorWatermarkSightings> sightings_;  // Guarded by sightingsMutex_, in first-seen order
+  // Guarded by sightingsMutex_; in the order the CIDs were first reported
+  std::vector<PriorWatermarkSightings> sightings_;
 };
 
 QUILLMAR_REGISTER_PROCESSOR(LumensealBasebandEmbedderPlugin)
