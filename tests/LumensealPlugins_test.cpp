@@ -93,10 +93,17 @@ class LumensealPluginsTest : public ::testing::Test {
         [this](const VWMDetectionEvent& event) { seen_.push_back(See(event)); });
   }
 
+  // Collects the average energies the embedder reports from now on.
+  Framework::EventConnection WatchEnergies() {
+    return embedder_->GetEventSignal().ConnectFor<VWMEmbeddingEvent>(
+        [this](const VWMEmbeddingEvent& event) { energies_.push_back(event.GetAverageEnergy()); });
+  }
+
   std::unique_ptr<PluginTestChannel> channel_;
   LumensealBasebandEmbedderPlugin* embedder_ = nullptr;
   LumensealBasebandDetectorPlugin* detector_ = nullptr;
   std::vector<SeenDetection> seen_;
+  std::vector<float> energies_;
   int extraDetectors_ = 0;
 };
 
@@ -146,10 +153,7 @@ TEST_F(LumensealPluginsTest, EmbedderKeepsEmbeddedDurationAndReportsEnergyOnceAS
   embedder_->SetFTRT(true);
   ASSERT_TRUE(embedder_->InitProcessor());
 
-  std::vector<float> energies;
-  const Framework::EventConnection connection =
-      embedder_->GetEventSignal().ConnectFor<VWMEmbeddingEvent>(
-          [&](const VWMEmbeddingEvent& event) { energies.push_back(event.GetAverageEnergy()); });
+  const Framework::EventConnection connection = WatchEnergies();
 
   Frame frame(kFormat25);
   for (std::uint64_t index = 0; index < 100; ++index) {
@@ -159,7 +163,7 @@ TEST_F(LumensealPluginsTest, EmbedderKeepsEmbeddedDurationAndReportsEnergyOnceAS
     embedder_->ProcessFrameVolatile(&frame, index >= 50 && index < 75);
     ASSERT_EQ(embedder_->GetEmbeddedDurationInSeconds(), (index + 1) / 25) << "frame " << index;
   }
-  EXPECT_EQ(energies, (std::vector<float>{0.0f, 0.0f, VWMEmbeddingEvent::kNoEnergy, 0.0f}));
+  EXPECT_EQ(energies_, (std::vector<float>{0.0f, 0.0f, VWMEmbeddingEvent::kNoEnergy, 0.0f}));
 
   // A new run starts from nothing.
   ASSERT_TRUE(embedder_->DeinitProcessor());
@@ -184,10 +188,7 @@ TEST_F(LumensealPluginsTest, EmbedderMarksNoFrameBeyondTheReservedSlot) {
   embedder_->SetFrameRate(25.0);
   embedder_->SetSelectedDurationInSeconds(2);
   ASSERT_TRUE(embedder_->InitProcessor());
-  std::vector<float> energies;
-  const Framework::EventConnection connection =
-      embedder_->GetEventSignal().ConnectFor<VWMEmbeddingEvent>(
-          [&](const VWMEmbeddingEvent& event) { energies.push_back(event.GetAverageEnergy()); });
+  const Framework::EventConnection connection = WatchEnergies();
   Frame frame(kFormat25);
   const auto feed = [&](int frames) {
     for (int i = 0; i < frames; ++i) embedder_->ProcessFrameVolatile(&frame, false);
@@ -197,7 +198,7 @@ TEST_F(LumensealPluginsTest, EmbedderMarksNoFrameBeyondTheReservedSlot) {
   embedder_->SetSelectedDurationInSeconds(3600);
   feed(25);
   constexpr float kNone = VWMEmbeddingEvent::kNoEnergy;
-  EXPECT_EQ(energies, (std::vector<float>{0.0f, 0.0f, kNone, kNone, 0.0f}));
+  EXPECT_EQ(energies_, (std::vector<float>{0.0f, 0.0f, kNone, kNone, 0.0f}));
 }
 
 TEST_F(LumensealPluginsTest, BlockingDetectorReportsEachKindOfResultWithinTheNextFrame) {
