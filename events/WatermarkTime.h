@@ -1,0 +1,30 @@
+// The watermark's clock: a watermark carries its time as whole seconds since
+// 2000-01-01 00:00:00 UTC, which detectors report as a signed 32-bit count.
+//
+// Thread-safe: stateless.
+#pragma once
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <cstdint>
+
+#include "framework/platform/Export.h"
+
+namespace Framework {
+
+class QUILLMAR_API WatermarkTime {
+ public:
+  // The text the epoch is read from.
+  static constexpr char kEpochText[] = "2000-01-01 00:00:00.000";
+
+  // 2000-01-01 00:00:00.
+  static boost::posix_time::ptime Epoch();
+
+  // The epoch plus `offset`, by the ptime rules: a not-a-date-time offset gives not-a-date-time,
+  // an infinite offset gives the infinity of its sign.
+  static boost::posix_time::ptime FromOffset(const boost::posix_time::time_duration& offset);
+
+  // The time of a detector's time stamp: its low 32 bits taken as signed seconds from the epoch.
+  static boost::posix_time::ptime FromSeconds(std::int64_t timestamp);
+};
+
+}  // namespace Framework

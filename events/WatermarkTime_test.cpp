@@ -1,0 +1,34 @@
+#include "events/WatermarkTime.h"
+
+#include <gtest/gtest.h>
+
+#include <boost/date_time/posix_time/posix_time.hpp>
+
+namespace Framework {
+namespace {
+
+using boost::posix_time::ptime;
+using boost::posix_time::time_duration;
+
+TEST(WatermarkTime, EpochIsTheFirstSecondOf2000) {
+  EXPECT_EQ(WatermarkTime::Epoch(), ptime(boost::gregorian::date(2000, 1, 1)));
+}
+
+TEST(WatermarkTime, SpecialOffsetsGiveSpecialTimes) {
+  static const struct {
+    boost::date_time::special_values offset;
+    boost::date_time::special_values time;
+  } cases[] = {
+      {boost::date_time::pos_infin, boost::date_time::pos_infin},
+      {boost::date_time::neg_infin, boost::date_time::neg_infin},
+      {boost::date_time::not_a_date_time, boost::date_time::not_a_date_time},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(WatermarkTime::FromOffset(time_duration(c.offset)), ptime(c.time)) << c.offset;
+  }
+  EXPECT_EQ(WatermarkTime::FromOffset(boost::posix_time::hours(-24)),
+            ptime(boost::gregorian::date(1999, 12, 31)));
+}
+
+}  // namespace
+}  // namespace Framework
