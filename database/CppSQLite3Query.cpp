@@ -2,8 +2,6 @@
 
 #include <sqlite3.h>
 
-#include <utility>
-
 #include "database/CppSQLite3Exception.h"
 
 void CppSQLite3Query::Finalize::operator()(sqlite3_stmt* statement) const {
@@ -12,16 +10,6 @@ void CppSQLite3Query::Finalize::operator()(sqlite3_stmt* statement) const {
 
 CppSQLite3Query::CppSQLite3Query(sqlite3_stmt* statement, bool eof)
     : statement_(statement), eof_(eof), fields_(sqlite3_column_count(statement)) {}
-
-CppSQLite3Query::CppSQLite3Query(CppSQLite3Query&& other) noexcept
-    : statement_(std::move(other.statement_)), eof_(other.eof_), fields_(other.fields_) {}
-
-CppSQLite3Query& CppSQLite3Query::operator=(CppSQLite3Query&& other) noexcept {
-  statement_ = std::move(other.statement_);
-  eof_ = other.eof_;
-  fields_ = other.fields_;
-  return *this;
-}
 
 CppSQLite3Query::~CppSQLite3Query() = default;
 

@@ -12,8 +12,8 @@ class CppSQLite3Query {
  public:
   // Takes ownership of `statement`, already stepped once; `eof` says that it yielded no row.
   CppSQLite3Query(sqlite3_stmt* statement, bool eof);
-  CppSQLite3Query(CppSQLite3Query&& other) noexcept;
-  CppSQLite3Query& operator=(CppSQLite3Query&& other) noexcept;
+  CppSQLite3Query(CppSQLite3Query&& other) noexcept = default;
+  CppSQLite3Query& operator=(CppSQLite3Query&& other) noexcept = default;
   CppSQLite3Query(const CppSQLite3Query&) = delete;
   CppSQLite3Query& operator=(const CppSQLite3Query&) = delete;
   virtual ~CppSQLite3Query();

@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 
 #include <cstring>
-#include <utility>
 
 #include "database/CppSQLite3Exception.h"
 
@@ -11,20 +10,6 @@ void CppSQLite3Table::FreeTable::operator()(char** results) const { sqlite3_free
 
 CppSQLite3Table::CppSQLite3Table(char** results, int rows, int fields)
     : results_(results), rows_(rows), fields_(fields) {}
-
-CppSQLite3Table::CppSQLite3Table(CppSQLite3Table&& other) noexcept
-    : results_(std::move(other.results_)),
-      rows_(other.rows_),
-      fields_(other.fields_),
-      currentRow_(other.currentRow_) {}
-
-CppSQLite3Table& CppSQLite3Table::operator=(CppSQLite3Table&& other) noexcept {
-  results_ = std::move(other.results_);
-  rows_ = other.rows_;
-  fields_ = other.fields_;
-  currentRow_ = other.currentRow_;
-  return *this;
-}
 
 CppSQLite3Table::~CppSQLite3Table() = default;
 

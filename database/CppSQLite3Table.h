@@ -11,8 +11,8 @@ class CppSQLite3Table {
  public:
   // Takes ownership of `results` (column names first, then rows x fields values).
   CppSQLite3Table(char** results, int rows, int fields);
-  CppSQLite3Table(CppSQLite3Table&& other) noexcept;
-  CppSQLite3Table& operator=(CppSQLite3Table&& other) noexcept;
+  CppSQLite3Table(CppSQLite3Table&& other) noexcept = default;
+  CppSQLite3Table& operator=(CppSQLite3Table&& other) noexcept = default;
   CppSQLite3Table(const CppSQLite3Table&) = delete;
   CppSQLite3Table& operator=(const CppSQLite3Table&) = delete;
   virtual ~CppSQLite3Table();

@@ -320,6 +320,26 @@ void EmbedderDatabaseV2::UpdateTimestampAndLock(CID_Timestamp_Lock_Record& recor
       lockSeconds >= 1 ? TimeTicks::AddSeconds(UtcClock::Now(), lockSeconds) : TimeTicks::Zero();
 }
 
+EmbedderDatabaseV2::HeldRow EmbedderDatabaseV2::BeginOnHeldRecord(
+    CID_Timestamp_Lock_Record& held, std::string& err, const char* leaseLostText) {
+  connection_->execDML(kBeginTransaction);
+  std::vector<CID_Timestamp_Lock_Record> records;
+  HeldRow row = HeldRow::Unreadable;
+  if (DB_RetrieveCompleteTable(records, err)) {
+    const auto found = std::find_if(records.begin(), records.end(), [this](const auto& record) {
+      return record.CID == allocatedCid_;
+    });
+    row = HeldRow::Missing;
+    if (found != records.end()) {
+      held = *found;
+      row = IsEqual(&held.LockedTill, &lockEnd_) ? HeldRow::Held : HeldRow::LeaseLost;
+    }
+  }
+  if (row == HeldRow::LeaseLost) err = leaseLostText;
+  if (row != HeldRow::Held) connection_->execDML(kEndTransaction);
+  return row;
+}
+
 void EmbedderDatabaseV2::ResetLockState() {
   allocatedCid_ = 0;
   allocatedDuration_ = 0;
@@ -389,29 +409,16 @@ int EmbedderDatabaseV2::ExtendTimeslot(int extraSeconds, std::string& err, int l
     return 0;
   }
   try {
-    connection_->execDML(kBeginTransaction);
-    std::vector<CID_Timestamp_Lock_Record> records;
-    if (!DB_RetrieveCompleteTable(records, err)) {
-      connection_->execDML(kEndTransaction);
-      return 0;
-    }
-    const auto held = std::find_if(records.begin(), records.end(),
-                                   [this](const auto& record) { return record.CID == allocatedCid_; });
-    if (held == records.end()) {
-      connection_->execDML(kEndTransaction);
-      return allocatedDuration_;
-    }
-    if (!IsEqual(&held->LockedTill, &lockEnd_)) {
-      err =
-          "EmbedderDatabaseV2::ExtendTimeslotExtendTimeslot failed: active lock does not match "
-          "database. Processing took too long?";
-      connection_->execDML(kEndTransaction);
-      return 0;
-    }
+    CID_Timestamp_Lock_Record held;
+    const HeldRow row = BeginOnHeldRecord(
+        held, err,
+        "EmbedderDatabaseV2::ExtendTimeslotExtendTimeslot failed: active lock does not match "
+        "database. Processing took too long?");
+    if (row != HeldRow::Held) return row == HeldRow::Missing ? allocatedDuration_ : 0;
     const auto total = static_cast<std::int32_t>(static_cast<std::int64_t>(allocatedDuration_) +
                                                  extraSeconds);
-    UpdateTimestampAndLock(*held, total, lockSeconds, false);
-    DB_UpdateRecord(*held);
+    UpdateTimestampAndLock(held, total, lockSeconds, false);
+    DB_UpdateRecord(held);
     allocatedDuration_ = total;
     connection_->execDML(kEndTransaction);
     return allocatedDuration_;
@@ -440,28 +447,15 @@ bool EmbedderDatabaseV2::FinalizeEmbedding(int keepSeconds, std::string& err) {
     return true;
   }
   try {
-    connection_->execDML(kBeginTransaction);
-    std::vector<CID_Timestamp_Lock_Record> records;
-    if (!DB_RetrieveCompleteTable(records, err)) {
-      connection_->execDML(kEndTransaction);
-      return false;
-    }
-    const auto held = std::find_if(records.begin(), records.end(),
-                                   [this](const auto& record) { return record.CID == allocatedCid_; });
-    if (held == records.end()) {
-      connection_->execDML(kEndTransaction);
-      return true;
-    }
-    if (!IsEqual(&held->LockedTill, &lockEnd_)) {
-      err =
-          "EmbedderDatabaseV2::FinalizeEmbedding failed: active lock does not match database. "
-          "Processing took too long?";
-      connection_->execDML(kEndTransaction);
-      return false;
-    }
-    held->Timestamp = TimeTicks::AddSeconds(allocatedStart_, keepSeconds);
-    held->LockedTill = TimeTicks::Zero();
-    DB_UpdateRecord(*held);
+    CID_Timestamp_Lock_Record held;
+    const HeldRow row = BeginOnHeldRecord(
+        held, err,
+        "EmbedderDatabaseV2::FinalizeEmbedding failed: active lock does not match database. "
+        "Processing took too long?");
+    if (row != HeldRow::Held) return row == HeldRow::Missing;
+    held.Timestamp = TimeTicks::AddSeconds(allocatedStart_, keepSeconds);
+    held.LockedTill = TimeTicks::Zero();
+    DB_UpdateRecord(held);
     ResetLockState();
     connection_->execDML(kEndTransaction);
     return true;

@@ -102,6 +102,18 @@ class QUILLMAR_API EmbedderDatabaseV2 {
                               bool fromRecord);
   void ResetLockState();
 
+  // What BeginOnHeldRecord found of this object's allocation in the table.
+  enum class HeldRow {
+    Unreadable,  // the table could not be read or is empty; err tells why
+    Missing,     // no row has the allocated CID
+    LeaseLost,   // the row's lease is not the one this object wrote; err is leaseLostText
+    Held,        // the row is this object's
+  };
+  // Begins an immediate transaction, reads the table and copies the first row of the allocated
+  // CID into `held`. The transaction stays open only when the result is Held.
+  HeldRow BeginOnHeldRecord(CID_Timestamp_Lock_Record& held, std::string& err,
+                            const char* leaseLostText);
+
   // Sends "END TRANSACTION;" after a failure inside a transaction; a second failure is dropped,
   // the first one is what the caller reports.
   void EndTransactionAfterFailure();

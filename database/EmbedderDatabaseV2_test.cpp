@@ -34,6 +34,12 @@ class EmbedderDatabaseV2Test : public ::testing::Test {
     ASSERT_EQ("", err_);
   }
 
+  // Asks `db` for a slot; the granted CID and start land in cid_ and start_, the error in err_.
+  bool Allocate(EmbedderDatabaseV2& db, const std::vector<unsigned>& program, int durationSeconds,
+                int lockSeconds) {
+    return db.AllocateEmbeddingTimeslot(program, durationSeconds, cid_, start_, err_, lockSeconds);
+  }
+
   // The row of `cid` in the test's file.
   CID_Timestamp_Lock_Record Row(unsigned cid) const {
     for (const auto& record : ReadSlots(path_)) {
@@ -48,6 +54,8 @@ class EmbedderDatabaseV2Test : public ::testing::Test {
   std::shared_ptr<LogRecorder> log_ = LogRecorder::Attach();
   UtcClock::ScopedPin clock_{kNow};
   std::string err_;
+  unsigned cid_ = 0;
+  SYSTEMTIME start_{};
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -202,9 +210,7 @@ TEST_F(EmbedderDatabaseV2Test, InitRefusesFilesItCannotUse) {
 TEST_F(EmbedderDatabaseV2Test, SecondInitKeepsItsPathAndAddsOnlyNewCids) {
   EmbedderDatabaseV2 db;
   Open(db, {1, 2});
-  unsigned cid = 0;
-  SYSTEMTIME start{};
-  ASSERT_TRUE(db.AllocateEmbeddingTimeslot({1}, 60, cid, start, err_, 600));
+  ASSERT_TRUE(Allocate(db, {1}, 60, 600));
 
   clock_.Set(Plus(kNow, 10 * kSecond));
   Open(db, {1, 2, 3});
@@ -226,8 +232,8 @@ TEST_F(EmbedderDatabaseV2Test, SecondInitKeepsItsPathAndAddsOnlyNewCids) {
             err_);
   EXPECT_TRUE(db.CheckDatabaseExists());
   EXPECT_FALSE(std::ifstream(other).good());
-  EXPECT_TRUE(db.AllocateEmbeddingTimeslot({3}, 60, cid, start, err_, 0)) << err_;
-  EXPECT_EQ(3u, cid);
+  EXPECT_TRUE(Allocate(db, {3}, 60, 0)) << err_;
+  EXPECT_EQ(3u, cid_);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -280,9 +286,7 @@ TEST_F(EmbedderDatabaseV2Test, AllocationTakesTheEarliestUsableCidWithinADay) {
     }
     log_->Clear();
 
-    unsigned cid = 0;
-    SYSTEMTIME start{};
-    const bool granted = db.AllocateEmbeddingTimeslot(c.program, 120, cid, start, err_, 30);
+    const bool granted = Allocate(db, c.program, 120, 30);
     if (c.cid == 0) {
       EXPECT_FALSE(granted);
       EXPECT_EQ("EmbedderDatabaseV2::AllocateEmbeddingTimeslot failed: cannot find suitable record "
@@ -296,11 +300,11 @@ TEST_F(EmbedderDatabaseV2Test, AllocationTakesTheEarliestUsableCidWithinADay) {
     }
     ASSERT_TRUE(granted) << err_;
     EXPECT_EQ("", err_);
-    EXPECT_EQ(c.cid, cid);
-    EXPECT_TRUE(Same(Plus(kNow, c.startMs), start)) << Text(start);
+    EXPECT_EQ(c.cid, cid_);
+    EXPECT_TRUE(Same(Plus(kNow, c.startMs), start_)) << Text(start_);
     const auto rows = ReadSlots(path);
     for (std::size_t i = 0; i < rows.size(); ++i) {
-      if (rows[i].CID != cid) continue;
+      if (rows[i].CID != cid_) continue;
       EXPECT_TRUE(Same(Plus(kNow, c.startMs + 120 * kSecond), rows[i].Timestamp));
       EXPECT_TRUE(Same(Plus(kNow, 30 * kSecond), rows[i].LockedTill));
     }
@@ -312,9 +316,7 @@ TEST_F(EmbedderDatabaseV2Test, SearchLogsOneLinePerRow) {
   Open(db, {1, 2, 3});
   SetRow(path_, 2, kNow, Plus(kNow, 60 * kSecond));
   log_->Clear();
-  unsigned cid = 0;
-  SYSTEMTIME start{};
-  ASSERT_TRUE(db.AllocateEmbeddingTimeslot({2, 3}, 10, cid, start, err_, 0));
+  ASSERT_TRUE(Allocate(db, {2, 3}, 10, 0));
   const std::string now = Text(kNow);
   EXPECT_TRUE(log_->Has(EventLevel::Info, "Searching for a suitable EID to use for this embedding:"));
   EXPECT_TRUE(log_->Has(EventLevel::Info, "EID 1 allocated till " + now +
@@ -338,8 +340,6 @@ TEST_F(EmbedderDatabaseV2Test, CallsWithoutAnOpenFileOrWithBadArgumentsFailBefor
   EmbedderDatabaseV2 db;
   Open(db, {1});
   log_->Clear();
-  unsigned cid = 0;
-  SYSTEMTIME start{};
   static const struct {
     bool open;
     std::vector<unsigned> cids;
@@ -357,8 +357,7 @@ TEST_F(EmbedderDatabaseV2Test, CallsWithoutAnOpenFileOrWithBadArgumentsFailBefor
        "program: 2 ; embDurationSeconds -1"},
   };
   for (const auto& c : cases) {
-    EXPECT_FALSE((c.open ? db : closed).AllocateEmbeddingTimeslot(c.cids, c.duration, cid, start,
-                                                                  err_, 60));
+    EXPECT_FALSE(Allocate(c.open ? db : closed, c.cids, c.duration, 60));
     EXPECT_EQ(c.err, err_);
   }
   EXPECT_EQ(0, closed.ExtendTimeslot(60, err_, 60));
@@ -370,8 +369,8 @@ TEST_F(EmbedderDatabaseV2Test, CallsWithoutAnOpenFileOrWithBadArgumentsFailBefor
   EXPECT_FALSE(log_->HasPart("Searching for a suitable EID"));
 
   // A slot of no length is allowed.
-  ASSERT_TRUE(db.AllocateEmbeddingTimeslot({1}, 0, cid, start, err_, 60)) << err_;
-  EXPECT_TRUE(Same(kNow, start));
+  ASSERT_TRUE(Allocate(db, {1}, 0, 60)) << err_;
+  EXPECT_TRUE(Same(kNow, start_));
   EXPECT_TRUE(Same(kNow, Row(1).Timestamp));
 }
 
@@ -383,17 +382,15 @@ TEST_F(EmbedderDatabaseV2Test, ALeaseHoldsTheCidUntilItEndsAndThenTheHolderLoses
   EmbedderDatabaseV2 second;
   Open(first, {1});
   Open(second, {1});
-  unsigned cid = 0;
-  SYSTEMTIME start{};
-  ASSERT_TRUE(first.AllocateEmbeddingTimeslot({1}, 60, cid, start, err_, 10));
+  ASSERT_TRUE(Allocate(first, {1}, 60, 10));
   EXPECT_TRUE(Same(Plus(kNow, 10 * kSecond), Row(1).LockedTill));
 
   clock_.Set(Plus(kNow, 10 * kSecond - 1));
-  EXPECT_FALSE(second.AllocateEmbeddingTimeslot({1}, 60, cid, start, err_, 10));
+  EXPECT_FALSE(Allocate(second, {1}, 60, 10));
 
   clock_.Set(Plus(kNow, 10 * kSecond));
-  ASSERT_TRUE(second.AllocateEmbeddingTimeslot({1}, 60, cid, start, err_, 10)) << err_;
-  EXPECT_TRUE(Same(Plus(kNow, 60 * kSecond), start)) << "starts where the first slot ends";
+  ASSERT_TRUE(Allocate(second, {1}, 60, 10)) << err_;
+  EXPECT_TRUE(Same(Plus(kNow, 60 * kSecond), start_)) << "starts where the first slot ends";
 
   EXPECT_EQ(0, first.ExtendTimeslot(30, err_, 10));
   EXPECT_EQ("EmbedderDatabaseV2::ExtendTimeslotExtendTimeslot failed: active lock does not match "
@@ -412,9 +409,7 @@ TEST_F(EmbedderDatabaseV2Test, ALeaseHoldsTheCidUntilItEndsAndThenTheHolderLoses
 TEST_F(EmbedderDatabaseV2Test, ExtensionRenewsTheLeaseAndFinalisationReturnsTheRest) {
   EmbedderDatabaseV2 db;
   Open(db, {1, 2});
-  unsigned cid = 0;
-  SYSTEMTIME start{};
-  ASSERT_TRUE(db.AllocateEmbeddingTimeslot({1}, 100, cid, start, err_, 20));
+  ASSERT_TRUE(Allocate(db, {1}, 100, 20));
 
   clock_.Set(Plus(kNow, 15 * kSecond));
   EXPECT_EQ(150, db.ExtendTimeslot(50, err_, 30)) << err_;
@@ -435,8 +430,8 @@ TEST_F(EmbedderDatabaseV2Test, ExtensionRenewsTheLeaseAndFinalisationReturnsTheR
   EXPECT_EQ("EmbedderDatabaseV2::ExtendTimeslot failed: slot was not allocated!", err_);
 
   // The returned remainder is handed out again from where the kept part ends.
-  ASSERT_TRUE(db.AllocateEmbeddingTimeslot({1}, 10, cid, start, err_, 20));
-  EXPECT_TRUE(Same(Plus(kNow, 70 * kSecond), start));
+  ASSERT_TRUE(Allocate(db, {1}, 10, 20));
+  EXPECT_TRUE(Same(Plus(kNow, 70 * kSecond), start_));
 
   // A row that vanished: extension keeps the duration, finalisation succeeds and keeps the slot.
   Testing::ExecSql(path_, "delete from TimeStampReservoirV2 where CID = 1;");
@@ -452,10 +447,8 @@ TEST_F(EmbedderDatabaseV2Test, WithoutALeaseExtensionAndFinalisationOnlyDropTheA
     SCOPED_TRACE(lockSeconds);
     EmbedderDatabaseV2 db;
     Open(db, {1});
-    unsigned cid = 0;
-    SYSTEMTIME start{};
-    ASSERT_TRUE(db.AllocateEmbeddingTimeslot({1}, 60, cid, start, err_, lockSeconds));
-    const SYSTEMTIME allocatedTill = Plus(start, 60 * kSecond);
+    ASSERT_TRUE(Allocate(db, {1}, 60, lockSeconds));
+    const SYSTEMTIME allocatedTill = Plus(start_, 60 * kSecond);
     EXPECT_EQ(0u, TimeTicks::FromSystemTime(Row(1).LockedTill));
 
     log_->Clear();
@@ -467,8 +460,8 @@ TEST_F(EmbedderDatabaseV2Test, WithoutALeaseExtensionAndFinalisationOnlyDropTheA
     EXPECT_TRUE(db.FinalizeEmbedding(0, err_));
     EXPECT_TRUE(log_->HasPart("slot was not allocated, or already finalized!"));
 
-    ASSERT_TRUE(db.AllocateEmbeddingTimeslot({1}, 60, cid, start, err_, lockSeconds));
-    EXPECT_TRUE(Same(allocatedTill, start));
+    ASSERT_TRUE(Allocate(db, {1}, 60, lockSeconds));
+    EXPECT_TRUE(Same(allocatedTill, start_));
     log_->Clear();
     EXPECT_TRUE(db.FinalizeEmbedding(0, err_));
     EXPECT_TRUE(log_->Has(EventLevel::Info,
@@ -479,12 +472,10 @@ TEST_F(EmbedderDatabaseV2Test, WithoutALeaseExtensionAndFinalisationOnlyDropTheA
 }
 
 TEST_F(EmbedderDatabaseV2Test, DestructorFinalisesASlotStillLeased) {
-  unsigned cid = 0;
-  SYSTEMTIME start{};
   {
     EmbedderDatabaseV2 db;
     Open(db, {1, 2});
-    ASSERT_TRUE(db.AllocateEmbeddingTimeslot({1}, 100, cid, start, err_, 60));
+    ASSERT_TRUE(Allocate(db, {1}, 100, 60));
     ASSERT_EQ(130, db.ExtendTimeslot(30, err_, 60));
   }
   EXPECT_TRUE(log_->Has(EventLevel::Error,
@@ -498,7 +489,7 @@ TEST_F(EmbedderDatabaseV2Test, DestructorFinalisesASlotStillLeased) {
   {
     EmbedderDatabaseV2 db;
     Open(db, {2});
-    ASSERT_TRUE(db.AllocateEmbeddingTimeslot({2}, 100, cid, start, err_, 60));
+    ASSERT_TRUE(Allocate(db, {2}, 100, 60));
     SetRow(path_, 2, Plus(kNow, 500 * kSecond), Plus(kNow, 999 * kSecond));
   }
   EXPECT_TRUE(log_->Has(EventLevel::Error, "EmbedderDatabaseV2::FinalizeEmbedding failed: active "
@@ -519,10 +510,8 @@ TEST_F(EmbedderDatabaseV2Test, CidsFromTwoToThe31AreStoredSignedAndMissedByUpdat
                                                     "where rowid = 1;"));
   EXPECT_EQ("-1", Testing::QuerySql(path_, "select CID from TimeStampReservoirV2 where rowid = 2;"));
 
-  unsigned cid = 0;
-  SYSTEMTIME start{};
-  ASSERT_TRUE(db.AllocateEmbeddingTimeslot({4294967295u}, 60, cid, start, err_, 30)) << err_;
-  EXPECT_EQ(4294967295u, cid);
+  ASSERT_TRUE(Allocate(db, {4294967295u}, 60, 30)) << err_;
+  EXPECT_EQ(4294967295u, cid_);
   EXPECT_TRUE(log_->HasPart("EID 4294967295 allocated till "));
   EXPECT_TRUE(log_->HasPart("Updating database: EID 4294967295 allocated till "));
   // The row did not move and carries no lease, so the same slot is granted again...
@@ -530,8 +519,8 @@ TEST_F(EmbedderDatabaseV2Test, CidsFromTwoToThe31AreStoredSignedAndMissedByUpdat
   EXPECT_EQ(0u, TimeTicks::FromSystemTime(Row(4294967295u).LockedTill));
   EmbedderDatabaseV2 other;
   Open(other, {4294967295u});
-  ASSERT_TRUE(other.AllocateEmbeddingTimeslot({4294967295u}, 60, cid, start, err_, 30));
-  EXPECT_TRUE(Same(kNow, start));
+  ASSERT_TRUE(Allocate(other, {4294967295u}, 60, 30));
+  EXPECT_TRUE(Same(kNow, start_));
   // ...and the holder's lease is never found in the file.
   EXPECT_FALSE(db.FinalizeEmbedding(60, err_));
   EXPECT_EQ("EmbedderDatabaseV2::FinalizeEmbedding failed: active lock does not match database. "
@@ -539,7 +528,7 @@ TEST_F(EmbedderDatabaseV2Test, CidsFromTwoToThe31AreStoredSignedAndMissedByUpdat
             err_);
 
   // Below 2^31 the same calls move the row.
-  ASSERT_TRUE(db.AllocateEmbeddingTimeslot({7}, 60, cid, start, err_, 30));
+  ASSERT_TRUE(Allocate(db, {7}, 60, 30));
   EXPECT_TRUE(Same(Plus(kNow, 60 * kSecond), Row(7).Timestamp));
 }
 
