@@ -169,6 +169,11 @@ TEST_F(EmbedderDatabaseV2Test, InitRefusesFilesItCannotUse) {
        ", reason: Shared database version 3 is too new and not supported. Please update Quillmar "
        "BBSDK!",
        "Shared database version 3 is too new and not supported. Please update Quillmar BBSDK!"},
+      {"unknown old version",
+       "create table VersionInfo(DBVersion int); insert into VersionInfo values(-1);",
+       "EmbedderDatabaseV2::CreateEmptyTable failed for database name ",
+       ", reason: Conversion is not possible!",
+       "EmbedderDatabaseV2::ConvertDatabaseToV2: Cannot convert DB version -1 to version 2"},
       {"empty VersionInfo", "create table VersionInfo(DBVersion int);",
        "EmbedderDatabaseV2::Init failed for DB ",
        "; SQL error code 1000; SQL error message CPPSQLITE_ERROR[3e8]: Invalid row index requested",
