@@ -1,0 +1,9 @@
+# The time-slot database under load from several processes on one file.
+if(TARGET QuillmarDatabase)
+  quillmar_add_benchmark(database_bench
+    SOURCES
+      ${CMAKE_CURRENT_LIST_DIR}/TimeSlotBench.cpp
+      ${PROJECT_SOURCE_DIR}/tests/ChildProcess.cpp
+    LIBS QuillmarDatabaseTestSupport
+  )
+endif()
