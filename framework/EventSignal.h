@@ -9,11 +9,10 @@
 #pragma once
 
 #include <boost/signals2/signal.hpp>
-#include <exception>
 #include <functional>
 #include <memory>
 
-#include "Logger.h"
+#include "NoThrow.h"
 #include "SignalBase.h"
 
 namespace Framework {
@@ -42,6 +41,13 @@ class EventSignal : public SignalBase {
     });
   }
 
+  // Connects the member `handler` of `receiver` for the events of its argument's type.
+  template <typename Derived, typename Receiver>
+  EventConnection ConnectFor(Receiver* receiver, void (Receiver::*handler)(const Derived&)) {
+    return ConnectFor<Derived>(
+        [receiver, handler](const Derived& event) { (receiver->*handler)(event); });
+  }
+
   // Calls every connected slot with `event`, in connection order.
   void Raise(const Event& event) const { signal_(event); }
 
@@ -53,13 +59,7 @@ class EventSignal : public SignalBase {
 
   static Slot Guarded(Slot slot) {
     return [slot = std::move(slot)](const Event& event) {
-      try {
-        slot(event);
-      } catch (const std::exception& error) {
-        Logger::Exception(error, "EventSignal slot");
-      } catch (...) {
-        Logger::Error("EventSignal slot: unknown exception");
-      }
+      NoThrow("EventSignal slot", [&] { slot(event); });
     };
   }
 

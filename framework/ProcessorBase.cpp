@@ -19,7 +19,9 @@ bool ProcessorBase::Transition(ProcessorState from, ProcessorState to) {
 }
 
 bool ProcessorBase::InitProcessor() {
-  if (state_ != ProcessorState::Created || !Init()) return false;
+  if (state_ == ProcessorState::Started) return false;
+  if (state_ != ProcessorState::Created) DeinitProcessor();
+  if (!Init()) return false;
   return Transition(ProcessorState::Created, ProcessorState::Initialized);
 }
 

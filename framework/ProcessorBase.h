@@ -2,6 +2,7 @@
 //
 // Life cycle (GetState): Created -> InitProcessor -> Initialized -> StartProcessor -> Started
 // -> StopProcessor -> Stopped -> StartProcessor again, or DeinitProcessor -> Created.
+// InitProcessor on an initialised or stopped processor de-initialises it and initialises it again.
 // The *Processor operations check the state, call the matching hook (Init, Start, Stop, Deinit)
 // and move the state; an operation that does not fit the state returns false and calls nothing.
 //
@@ -43,7 +44,8 @@ class FRAMEWORK_API ProcessorBase : public PropertyBase {
 
   ProcessorState GetState() const { return state_; }
 
-  // Created -> Initialized when Init() succeeds.
+  // Created -> Initialized when Init() succeeds. An initialised or stopped processor is
+  // de-initialised first, so that it starts afresh; a started one is refused.
   bool InitProcessor();
   // Initialized or Stopped -> Started when Start() succeeds.
   bool StartProcessor();

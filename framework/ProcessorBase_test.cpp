@@ -40,8 +40,9 @@ TEST(ProcessorBase, LifeCycleFollowsItsStates) {
       {"start", false, ProcessorState::Created},     // not initialised yet
       {"stop", false, ProcessorState::Created},
       {"init", true, ProcessorState::Initialized},
-      {"init", false, ProcessorState::Initialized},  // twice is refused
+      {"init", true, ProcessorState::Initialized},   // again: de-initialised, then initialised
       {"start", true, ProcessorState::Started},
+      {"init", false, ProcessorState::Started},      // not while started
       {"start", false, ProcessorState::Started},
       {"stop", true, ProcessorState::Stopped},
       {"stop", false, ProcessorState::Stopped},
@@ -60,7 +61,7 @@ TEST(ProcessorBase, LifeCycleFollowsItsStates) {
     EXPECT_EQ(step.expectedResult, result) << operation;
     EXPECT_EQ(step.expectedState, processor.GetState()) << operation;
   }
-  EXPECT_EQ("init start stop start stop deinit", processor.trace);
+  EXPECT_EQ("init deinit init start stop start stop deinit", processor.trace);
   EXPECT_EQ(3, static_cast<int>(ProcessorState::Stopped));
 }
 

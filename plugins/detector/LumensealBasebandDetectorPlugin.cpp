@@ -22,7 +22,7 @@
 #include "events/VWMDetectionEvent.h"
 #include "framework/Logger.h"
 #include "framework/PluginRegistry.h"
-#include "plugins/GuardedCall.h"
+#include "framework/NoThrow.h"
 #include "plugins/detector/include/DetectorSimulation.h"
 
 namespace LumensealReference {
@@ -41,7 +41,7 @@ class LumensealBasebandDetectorPlugin final : public Framework::LumensealBaseban
         periodSeconds_(std::max(1, GetConstructionProperties().GetPreDetectorPeriod())) {}
 
   void ProcessFrame(const Framework::Frame* frame) override {
-    GuardedCall("LumensealBasebandDetectorPlugin::ProcessFrame", [&] {
+    Framework::NoThrow("LumensealBasebandDetectorPlugin::ProcessFrame", [&] {
       if (frame == nullptr) return;
       if (blocking_) {
         ReportAll(found_);
@@ -54,7 +54,7 @@ class LumensealBasebandDetectorPlugin final : public Framework::LumensealBaseban
   }
 
   bool Stop() override {
-    GuardedCall("LumensealBasebandDetectorPlugin::Stop", [&] {
+    Framework::NoThrow("LumensealBasebandDetectorPlugin::Stop", [&] {
       if (reportingHeldBackOnStop_) {
         ReportAll(heldBack_);
         ReportAll(found_);
@@ -70,7 +70,7 @@ class LumensealBasebandDetectorPlugin final : public Framework::LumensealBaseban
   }
 
   void OnPropertySet(const std::string& name) override {
-    GuardedCall("LumensealBasebandDetectorPlugin::OnPropertySet", [&] {
+    Framework::NoThrow("LumensealBasebandDetectorPlugin::OnPropertySet", [&] {
       TakeSimulated<LSNDetection>(name, DetectorSimulation::kDetection);
       TakeSimulated<CBasebandWMDetection>(name, DetectorSimulation::kPresence);
       TakeSimulated<ScaleFoundEvent>(name, DetectorSimulation::kScale);

@@ -30,7 +30,7 @@
 #include "events/VWMEmbeddingEvent.h"
 #include "framework/Logger.h"
 #include "framework/PluginRegistry.h"
-#include "plugins/GuardedCall.h"
+#include "framework/NoThrow.h"
 #include "plugins/embedder/EmbeddingMeter.h"
 #include "plugins/embedder/EncodationLogFile.h"
 
@@ -84,14 +84,14 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
   using Framework::LumensealBasebandEmbedderPlugin::ProcessFrameVolatile;
 
   void ProcessFrameVolatile(Framework::Frame* frame, bool bypass) override {
-    GuardedCall("LumensealBasebandEmbedderPlugin::ProcessFrameVolatile", [&] {
+    Framework::NoThrow("LumensealBasebandEmbedderPlugin::ProcessFrameVolatile", [&] {
       if (frame != nullptr) Meter(*frame, bypass);
     });
   }
 
   void ReportPriorWatermark(std::uint64_t cid, std::uint64_t timestamp,
                             double mediaDetectionTimestamp) override {
-    GuardedCall("LumensealBasebandEmbedderPlugin::ReportPriorWatermark", [&] {
+    Framework::NoThrow("LumensealBasebandEmbedderPlugin::ReportPriorWatermark", [&] {
       Framework::Logger::Info(
           boost::format("LumensealBasebandEmbedderPlugin::ReportPriorWatermark; CID %1%, "
                         "timestamp %2%, at %3% seconds") %
@@ -105,7 +105,7 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
                           const std::map<std::string, std::string>& metadata,
                           const std::string& configurationChecksum,
                           double averageEnergy) override {
-    GuardedCall("LumensealBasebandEmbedderPlugin::WriteEncodationLog", [&] {
+    Framework::NoThrow("LumensealBasebandEmbedderPlugin::WriteEncodationLog", [&] {
       boost::json::object record = SlotRecord();
       record["HostText1"] = hostText1;
       record["HostText2"] = hostText2;

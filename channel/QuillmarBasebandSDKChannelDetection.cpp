@@ -1,0 +1,80 @@
+// The channel's detection path: every decoded watermark is reported to the embedder, screened
+// against the client's CIDs and reported to the listener; a prior watermark in the picture
+// pauses embedding until it has gone.
+#include <boost/date_time/posix_time/posix_time.hpp>
+#include <boost/format.hpp>
+
+#include "CBasebandWMDetection.h"
+#include "LSNDetection.h"
+#include "channel/QuillmarBasebandSDKChannel.h"
+#include "config/QuillmarBasebandConfigurationState.h"
+#include "events/LumensealBasebandEmbedderPlugin.h"
+#include "events/VWMDetectionEvent.h"
+#include "events/WatermarkTime.h"
+#include "framework/Logger.h"
+
+namespace Framework {
+namespace {
+
+constexpr char kScreened[] = "SCREENED";
+constexpr char kAdmitsEveryCid[] = "0";
+constexpr char kPriorWatermarkFound[] = "Prior watermark found - embedding pending.";
+constexpr char kPriorWatermarkGone[] = "Prior watermark no longer present - embedding resumed.";
+
+// YYYYMMDDHHMMSS: the ISO 8601 basic form without its "T".
+std::string TimestampText(std::int64_t watermarkSeconds) {
+  std::string text = boost::posix_time::to_iso_string(WatermarkTime::FromSeconds(watermarkSeconds));
+  constexpr std::size_t kSeparatorPosition = 8;
+  if (text.size() > kSeparatorPosition) text.erase(kSeparatorPosition, 1);
+  return text;
+}
+
+}  // namespace
+
+void QuillmarBasebandSDKChannel::OnVWMDetectionEvent(const VWMDetectionEvent& event) {
+  if (const LSNDetection* detection = event.GetDetection()) {
+    OnDetection(*detection);
+  } else if (const CBasebandWMDetection* presence = event.GetPresence()) {
+    OnPresence(presence->state);
+  }
+  GetChannelSignal(ChannelSignal::Detection).Raise(event);
+}
+
+void QuillmarBasebandSDKChannel::OnDetection(const LSNDetection& detection) {
+  if (LumensealBasebandEmbedderPlugin* embedder = Embedder()) {
+    embedder->ReportPriorWatermark(detection.cid, static_cast<std::uint64_t>(detection.timestamp),
+                                   detection.mediaDetectionTimestamp);
+  }
+  if (!IsCidAllowedToDetect(static_cast<std::uint32_t>(detection.cid))) {
+    Logger::Info("User notified: Payload detected, but CID does not belong to the client - screened.");
+    if (listener != nullptr) listener->OnDetection(true, kScreened, kScreened, 0.0);
+    return;
+  }
+  const std::string timestamp = TimestampText(detection.timestamp);
+  Logger::Info(boost::format("User notified: Payload detected, CID %1%, Timestamp %2%, Q %3%") %
+               detection.cidName % timestamp % detection.quality);
+  if (listener != nullptr) {
+    listener->OnDetection(true, detection.cidName.c_str(), timestamp.c_str(), detection.quality);
+  }
+}
+
+void QuillmarBasebandSDKChannel::OnPresence(std::int32_t state) {
+  const bool present = state == CBasebandWMDetection::kPresent;
+  if (present && !embeddingPending) {
+    embeddingPending = true;
+    Logger::Warning(std::string("User notified: ") + kPriorWatermarkFound);
+    if (listener != nullptr) listener->OnWarning(kPriorWatermarkFound);
+  } else if (!present && embeddingPending) {
+    embeddingPending = false;
+    Logger::Info(std::string("User notified: ") + kPriorWatermarkGone);
+    if (listener != nullptr) listener->OnInfo(kPriorWatermarkGone);
+  }
+}
+
+bool QuillmarBasebandSDKChannel::IsCidAllowedToDetect(unsigned cid) const {
+  if (configurationState == nullptr) return false;
+  const auto& allowed = configurationState->GetClientCids();
+  return allowed.count(std::to_string(cid)) != 0 || allowed.count(kAdmitsEveryCid) != 0;
+}
+
+}  // namespace Framework
