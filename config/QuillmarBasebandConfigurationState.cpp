@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <limits>
+#include <set>
 
 #include "framework/Licenser.h"
 #include "framework/Logger.h"
@@ -35,6 +36,22 @@ std::string StrengthText(const WatermarkParameters& vwm) {
   return (boost::format("gd%1%-mld%2%-flat%3%") % vwm.globalDepth % vwm.maxLocalDepth %
           vwm.flatRegion)
       .str();
+}
+
+// The CIDs this client may see, as decimal texts: every program's EIDs and the detector's
+// DisplayEIDS; "0", which admits every CID, when the detector displays all watermarks.
+std::set<std::string> ClientCidsOf(const std::vector<ProgramEntry>& programs,
+                                   const DetectorSettings& detector) {
+  std::set<std::string> cids;
+  const auto add = [&cids](std::int64_t eid) {
+    cids.insert(std::to_string(static_cast<std::uint32_t>(eid)));
+  };
+  for (const ProgramEntry& program : programs) {
+    std::for_each(program.vwm.eids.begin(), program.vwm.eids.end(), add);
+  }
+  std::for_each(detector.displayEids.begin(), detector.displayEids.end(), add);
+  if (detector.displayAllWatermarks) cids.insert("0");
+  return cids;
 }
 
 }  // namespace
@@ -107,6 +124,7 @@ void QuillmarBasebandConfigurationState::Load() {
         reader_.ErrorText());
   }
   sharedDatabase_ = reader_.Settings().hasSharedDatabase ? reader_.Settings().sharedDatabase : "";
+  clientCids_ = ClientCidsOf(programs_, reader_.Settings().detector);
 }
 
 void QuillmarBasebandConfigurationState::LogConfigurationInfo() const {

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -109,6 +110,9 @@ class QUILLMAR_API QuillmarBasebandConfigurationState {
   // The shared database path; false when the configuration names none.
   bool GetSharedDatabase(std::string& path) const;
   const std::vector<ProgramEntry>& GetPrograms() const { return programs_; }
+  // The CIDs this client may see, as decimal texts: every program's EIDs, the detector's
+  // DisplayEIDS, and "0" (every CID) when the detector displays all watermarks.
+  const std::set<std::string>& GetClientCids() const { return clientCids_; }
   const ContentProcessorSettings& GetSettings() const { return reader_.Settings(); }
   const std::string& GetConfigFilePath() const { return configFile_; }
   // The reader's error text after a failed load.
@@ -130,6 +134,7 @@ class QUILLMAR_API QuillmarBasebandConfigurationState {
   bool loaded_ = false;
   bool loadSucceeded_ = false;
   std::vector<ProgramEntry> programs_;
+  std::set<std::string> clientCids_;
   std::string sharedDatabase_;
   std::size_t embeddingDuration_ = 0;
   std::string activeProgram_;
