@@ -4,14 +4,14 @@
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/format.hpp>
 
-#include "CBasebandWMDetection.h"
-#include "LSNDetection.h"
 #include "channel/QuillmarBasebandSDKChannel.h"
 #include "config/QuillmarBasebandConfigurationState.h"
 #include "events/LumensealBasebandEmbedderPlugin.h"
 #include "events/VWMDetectionEvent.h"
 #include "events/WatermarkTime.h"
 #include "framework/Logger.h"
+#include "plugins/detector/include/CBasebandWMDetection.h"
+#include "plugins/detector/include/LSNDetection.h"
 
 namespace Framework {
 namespace {
