@@ -40,4 +40,15 @@ std::string ChannelLibrary::Version() const {
   return reinterpret_cast<GetProcessorVersion>(EntryPoint("GetProcessorVersion"))();
 }
 
+Framework::ProcessorBase* ChannelLibrary::CreateProcessor(
+    const Framework::PropertyBase& properties) const {
+  using Create = Framework::ProcessorBase* (*)(const Framework::PropertyBase&);
+  return reinterpret_cast<Create>(EntryPoint("CreateProcessor"))(properties);
+}
+
+void ChannelLibrary::DeleteProcessor(Framework::ProcessorBase* processor) const {
+  using Delete = void (*)(Framework::ProcessorBase*);
+  reinterpret_cast<Delete>(EntryPoint("DeleteProcessor"))(processor);
+}
+
 }  // namespace Quillmar::Tools

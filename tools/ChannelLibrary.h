@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "framework/ProcessorBase.h"
 #include "framework/platform/DynamicLibrary.h"
 
 namespace Quillmar::Tools {
@@ -17,6 +18,12 @@ class ChannelLibrary {
 
   // The library's GetProcessorVersion().
   std::string Version() const;
+
+  // The library's CreateProcessor(properties): a new channel, or null.
+  Framework::ProcessorBase* CreateProcessor(const Framework::PropertyBase& properties) const;
+
+  // The library's DeleteProcessor(processor).
+  void DeleteProcessor(Framework::ProcessorBase* processor) const;
 
   // Where the library was loaded from.
   const std::string& Path() const { return library_->Path(); }

@@ -1,6 +1,8 @@
 // Where a host's frames come from: a Y4M stream or a generator.
 #pragma once
 
+#include <cstdint>
+
 #include "framework/Frame.h"
 #include "framework/VideoFormatInfo.h"
 
@@ -16,6 +18,9 @@ class FrameSource {
   // Fills `frame` (of Format()) with the next picture; false at the end of the stream.
   // Throws std::runtime_error on a damaged stream.
   virtual bool Next(Framework::Frame& frame) = 0;
+
+  // How many frames the source will give; 0 when it cannot tell.
+  virtual std::uint64_t ExpectedFrames() const { return 0; }
 };
 
 }  // namespace Quillmar::Tools

@@ -18,6 +18,7 @@ class SyntheticSource : public FrameSource {
 
   const Framework::VideoFormatInfo& Format() const override { return format_; }
   bool Next(Framework::Frame& frame) override;
+  std::uint64_t ExpectedFrames() const override { return frameCount_; }
 
   // The format that `spec` names (4:2:0).
   static Framework::VideoFormatInfo ParseSpec(const std::string& spec);
