@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <random>
@@ -231,6 +232,8 @@ TEST(TimeSlotProcesses, KillingTheLockHolderMidTransactionLeavesAUsableFile) {
     EXPECT_EQ(5, error.errorCode()) << error.errorMessage();
   }
   probe.close();
+  // ...and has changed pages: its rollback journal holds their old contents.
+  EXPECT_TRUE(std::filesystem::exists(path + "-journal"));
 
   victim.Kill();
   EXPECT_EQ(128 + SIGKILL, victim.Wait());
