@@ -1,7 +1,6 @@
 // The channel's detection path: every decoded watermark is reported to the embedder, screened
 // against the client's CIDs and reported to the listener; a prior watermark in the picture
 // pauses embedding until it has gone.
-#include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/format.hpp>
 
 #include "channel/QuillmarBasebandSDKChannel.h"
@@ -20,14 +19,6 @@ constexpr char kScreened[] = "SCREENED";
 constexpr char kAdmitsEveryCid[] = "0";
 constexpr char kPriorWatermarkFound[] = "Prior watermark found - embedding pending.";
 constexpr char kPriorWatermarkGone[] = "Prior watermark no longer present - embedding resumed.";
-
-// YYYYMMDDHHMMSS: the ISO 8601 basic form without its "T".
-std::string TimestampText(std::int64_t watermarkSeconds) {
-  std::string text = boost::posix_time::to_iso_string(WatermarkTime::FromSeconds(watermarkSeconds));
-  constexpr std::size_t kSeparatorPosition = 8;
-  if (text.size() > kSeparatorPosition) text.erase(kSeparatorPosition, 1);
-  return text;
-}
 
 }  // namespace
 
@@ -50,7 +41,7 @@ void QuillmarBasebandSDKChannel::OnDetection(const LSNDetection& detection) {
     if (listener != nullptr) listener->OnDetection(true, kScreened, kScreened, 0.0);
     return;
   }
-  const std::string timestamp = TimestampText(detection.timestamp);
+  const std::string timestamp = WatermarkTime::Digits(detection.timestamp);
   Logger::Info(boost::format("User notified: Payload detected, CID %1%, Timestamp %2%, Q %3%") %
                detection.cidName % timestamp % detection.quality);
   if (listener != nullptr) {

@@ -1,6 +1,6 @@
 #include "WatermarkTime.h"
 
-#include <boost/date_time/posix_time/time_parsers.hpp>
+#include <boost/date_time/posix_time/posix_time.hpp>
 
 namespace Framework {
 
@@ -15,6 +15,13 @@ boost::posix_time::ptime WatermarkTime::FromOffset(const boost::posix_time::time
 
 boost::posix_time::ptime WatermarkTime::FromSeconds(std::int64_t timestamp) {
   return FromOffset(boost::posix_time::seconds(static_cast<std::int32_t>(timestamp)));
+}
+
+std::string WatermarkTime::Digits(std::int64_t timestamp) {
+  constexpr std::size_t kSeparatorPosition = 8;
+  std::string text = boost::posix_time::to_iso_string(FromSeconds(timestamp));
+  if (text.size() > kSeparatorPosition) text.erase(kSeparatorPosition, 1);
+  return text;
 }
 
 }  // namespace Framework

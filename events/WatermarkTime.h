@@ -6,6 +6,7 @@
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <cstdint>
+#include <string>
 
 #include "framework/platform/Export.h"
 
@@ -25,6 +26,10 @@ class QUILLMAR_API WatermarkTime {
 
   // The time of a detector's time stamp: its low 32 bits taken as signed seconds from the epoch.
   static boost::posix_time::ptime FromSeconds(std::int64_t timestamp);
+
+  // The time of a detector's time stamp as 14 digits, YYYYMMDDHHMMSS: the ISO 8601 basic form
+  // without its "T" ("20000101000000" for 0).
+  static std::string Digits(std::int64_t timestamp);
 };
 
 }  // namespace Framework

@@ -30,5 +30,19 @@ TEST(WatermarkTime, SpecialOffsetsGiveSpecialTimes) {
             ptime(boost::gregorian::date(1999, 12, 31)));
 }
 
+TEST(WatermarkTime, DigitsAreFourteenWithoutTheSeparator) {
+  static const struct {
+    std::int64_t timestamp;
+    const char* digits;
+  } cases[] = {
+      {0, "20000101000000"},
+      {86399, "20000101235959"},
+      {-1, "19991231235959"},
+      {849219300, "20261128221500"},
+      {(std::int64_t{1} << 32) + 1, "20000101000001"},  // only the low 32 bits count
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.digits, WatermarkTime::Digits(c.timestamp)) << c.timestamp;
+}
+
 }  // namespace
 }  // namespace Framework
