@@ -23,6 +23,7 @@ namespace {
 using Framework::EventLevel;
 using QuillmarBasebandSDK::TimeTicks;
 using QuillmarBasebandSDK::Testing::ChildProcess;
+using ChannelConcurrencyTest = ChannelTest;
 
 constexpr int kFramesPerRun = 30;  // a little over a second at 25 fps
 
@@ -66,7 +67,7 @@ std::vector<std::string> Overlaps(std::vector<RunSlot> runs, std::uint64_t RunSl
   return overlaps;
 }
 
-TEST_F(ChannelTest, StopOnTheControlThreadWhileFramesArrive) {
+TEST_F(ChannelConcurrencyTest, StopOnTheControlThreadWhileFramesArrive) {
   constexpr int kRuns = 40;
   TestChannel channel;
   Configure(channel, 10);
@@ -103,7 +104,7 @@ TEST_F(ChannelTest, StopOnTheControlThreadWhileFramesArrive) {
   EXPECT_TRUE(listener_.Texts(ListenerReport::Kind::Error).empty());
 }
 
-TEST_F(ChannelTest, TwoChannelsInOneProcessNeverHoldOneCidForOverlappingTime) {
+TEST_F(ChannelConcurrencyTest, TwoChannelsInOneProcessNeverHoldOneCidForOverlappingTime) {
   constexpr int kRounds = 8;
   configuration_.programs = {{"Demo", {101, 102}, {}}};
   std::array<TestChannel, 2> channels;
@@ -135,7 +136,7 @@ TEST_F(ChannelTest, TwoChannelsInOneProcessNeverHoldOneCidForOverlappingTime) {
   EXPECT_TRUE(listener_.Texts(ListenerReport::Kind::Error).empty());
 }
 
-TEST_F(ChannelTest, ChannelsInTwoProcessesNeverKeepOneCidForOverlappingTime) {
+TEST_F(ChannelConcurrencyTest, ChannelsInTwoProcessesNeverKeepOneCidForOverlappingTime) {
   constexpr int kProcesses = 2;
   constexpr int kRounds = 8;
   configuration_.programs = {{"Demo", {101, 102}, {}}};

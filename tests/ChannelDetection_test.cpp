@@ -14,6 +14,7 @@ namespace {
 using Framework::EventLevel;
 using Kind = ListenerReport::Kind;
 using Strings = std::vector<std::string>;
+using ChannelDetectionTest = ChannelTest;
 
 constexpr char kScreenedLine[] =
     "User notified: Payload detected, but CID does not belong to the client - screened.";
@@ -40,7 +41,7 @@ void DetectInNextFrame(TestChannel& channel, const char* kind, const Result& res
   ASSERT_TRUE(channel.FeedOne());
 }
 
-TEST_F(ChannelTest, DetectionsAreScreenedByTheClientsCids) {
+TEST_F(ChannelDetectionTest, DetectionsAreScreenedByTheClientsCids) {
   static const struct {
     const char* what;
     bool displayAll;
@@ -87,7 +88,7 @@ TEST_F(ChannelTest, DetectionsAreScreenedByTheClientsCids) {
   }
 }
 
-TEST_F(ChannelTest, DetectionTimeStampsAreFourteenDigits) {
+TEST_F(ChannelDetectionTest, DetectionTimeStampsAreFourteenDigits) {
   static const struct {
     std::int64_t seconds;
     const char* text;
@@ -103,14 +104,16 @@ TEST_F(ChannelTest, DetectionTimeStampsAreFourteenDigits) {
     Framework::Testing::ScopedLogRecording log;
     ASSERT_NO_FATAL_FAILURE(
         DetectInNextFrame(channel, DetectorSimulation::kDetection, Detection(101, c.seconds)));
-    EXPECT_EQ(c.text, listener_.Of(Kind::Detection).back().timestamp);
+    const std::vector<ListenerReport> detections = listener_.Of(Kind::Detection);
+    ASSERT_FALSE(detections.empty());
+    EXPECT_EQ(c.text, detections.back().timestamp);
     EXPECT_TRUE(log->Has(EventLevel::Info, std::string("User notified: Payload detected, CID "
                                                        "Evening News, Timestamp ") +
                                                c.text + ", Q 0.75"));
   }
 }
 
-TEST_F(ChannelTest, APriorWatermarkPausesEmbeddingUntilItHasGone) {
+TEST_F(ChannelDetectionTest, APriorWatermarkPausesEmbeddingUntilItHasGone) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
   const auto presence = [&channel](std::int32_t state) {

@@ -48,9 +48,9 @@ bool InOrder(const std::vector<Line>& lines, const std::vector<Line>& expected) 
   return next == expected.end();
 }
 
-class EncodationLogTest : public ChannelTest {
+class ChannelEncodationLogTest : public ChannelTest {
  protected:
-  EncodationLogTest() { configuration_.programs = {{"Demo", {101, 102, 103}, kDefaultFields}}; }
+  ChannelEncodationLogTest() { configuration_.programs = {{"Demo", {101, 102, 103}, kDefaultFields}}; }
 
   // Starts a run of `durationSeconds` whose embedder writes to encodationLog_.
   void StartLoggedRun(TestChannel& channel, std::uint32_t durationSeconds) {
@@ -61,7 +61,7 @@ class EncodationLogTest : public ChannelTest {
   const std::string encodationLog_ = folder_.Path("encodation.jsonl");
 };
 
-TEST_F(EncodationLogTest, TheRecordFollowsTheFinalisedSlot) {
+TEST_F(ChannelEncodationLogTest, TheRecordFollowsTheFinalisedSlot) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartLoggedRun(channel, 0));
   ASSERT_EQ(50, channel.Feed(50));
@@ -92,7 +92,7 @@ TEST_F(EncodationLogTest, TheRecordFollowsTheFinalisedSlot) {
   EXPECT_DOUBLE_EQ(3.0, SecondsBetween(slot.start, row.Timestamp));
 }
 
-TEST_F(EncodationLogTest, MetadataIsCheckedAgainstTheProgramsFieldsAndAlwaysKept) {
+TEST_F(ChannelEncodationLogTest, MetadataIsCheckedAgainstTheProgramsFieldsAndAlwaysKept) {
   static const struct {
     const char* key;
     std::vector<Line> lines;
@@ -131,7 +131,7 @@ TEST_F(EncodationLogTest, MetadataIsCheckedAgainstTheProgramsFieldsAndAlwaysKept
   }
 }
 
-TEST_F(EncodationLogTest, AnUnknownProgramAbortsBothFormsBeforeFinalising) {
+TEST_F(ChannelEncodationLogTest, AnUnknownProgramAbortsBothFormsBeforeFinalising) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartLoggedRun(channel, 0));
   channel->SetProgramName("Late Show");
@@ -152,7 +152,7 @@ TEST_F(EncodationLogTest, AnUnknownProgramAbortsBothFormsBeforeFinalising) {
   EXPECT_TRUE(IsLocked(RowOf(databasePath_, channel.Slot().cid)));
 }
 
-TEST_F(EncodationLogTest, TheSixTextFormWritesUnderTheDefaultKeys) {
+TEST_F(ChannelEncodationLogTest, TheSixTextFormWritesUnderTheDefaultKeys) {
   static const struct {
     std::vector<std::pair<std::string, std::string>> fields;
     Line line;

@@ -19,6 +19,7 @@ using QuillmarBasebandSDK::Testing::Plus;
 using QuillmarBasebandSDK::Testing::SetRow;
 using Kind = ListenerReport::Kind;
 using Strings = std::vector<std::string>;
+using ChannelSessionTest = ChannelTest;
 
 constexpr char kRetryPrefix[] =
     "QuillmarBasebandSDKChannel::AllocateEmbedingTimeslot::Retry failed: (";
@@ -74,7 +75,7 @@ SYSTEMTIME Now() {
 
 // --- Reserving the slot ---
 
-TEST_F(ChannelTest, TheSlotLengthFollowsTheRequestedDuration) {
+TEST_F(ChannelSessionTest, TheSlotLengthFollowsTheRequestedDuration) {
   static const struct {
     std::uint32_t requested;
     std::uint64_t slotSeconds;
@@ -108,7 +109,7 @@ TEST_F(ChannelTest, TheSlotLengthFollowsTheRequestedDuration) {
   }
 }
 
-TEST_F(ChannelTest, AllocationRecoversWhenTheDatabaseBecomesReachable) {
+TEST_F(ChannelSessionTest, AllocationRecoversWhenTheDatabaseBecomesReachable) {
   // The database's folder is a file until the third failure has been logged.
   const std::filesystem::path blocked = folder_.Path("blocked");
   std::ofstream(blocked) << "not a folder";
@@ -137,7 +138,7 @@ TEST_F(ChannelTest, AllocationRecoversWhenTheDatabaseBecomesReachable) {
   EXPECT_TRUE(channel->StartProcessor());
 }
 
-TEST_F(ChannelTest, TenFailedAttemptsEndInTheTimeslotError) {
+TEST_F(ChannelSessionTest, TenFailedAttemptsEndInTheTimeslotError) {
   static const struct {
     const char* cause;
     const char* reasonPrefix;
@@ -186,7 +187,7 @@ TEST_F(ChannelTest, TenFailedAttemptsEndInTheTimeslotError) {
 
 // --- Extending and finalising an open-ended slot ---
 
-TEST_F(ChannelTest, AnOpenEndedSlotIsExtendedFromItsLastSecond) {
+TEST_F(ChannelSessionTest, AnOpenEndedSlotIsExtendedFromItsLastSecond) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 0));
   const GrantedSlot slot = channel.Slot();
@@ -218,7 +219,7 @@ TEST_F(ChannelTest, AnOpenEndedSlotIsExtendedFromItsLastSecond) {
   EXPECT_TRUE(listener_.Texts(Kind::Error).empty());
 }
 
-TEST_F(ChannelTest, AFailedExtensionIsReportedAndRetriedOnEveryFrame) {
+TEST_F(ChannelSessionTest, AFailedExtensionIsReportedAndRetriedOnEveryFrame) {
   TestChannel channel;
   // One frame a second, so that the slot's last second comes soon.
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 0, 1.0));
@@ -246,7 +247,7 @@ TEST_F(ChannelTest, AFailedExtensionIsReportedAndRetriedOnEveryFrame) {
 
 // --- Energy reports ---
 
-TEST_F(ChannelTest, EnergyReportsAtOrBelowMinusHalfCarryNoMeasurement) {
+TEST_F(ChannelSessionTest, EnergyReportsAtOrBelowMinusHalfCarryNoMeasurement) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
   const std::string encodationLog = folder_.Path("encodation.jsonl");

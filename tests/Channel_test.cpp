@@ -21,6 +21,10 @@ using Strings = std::vector<std::string>;
 
 constexpr char kLicenceWarning[] = "License will expire within 30 days.";
 
+using ChannelLifecycleTest = ChannelTest;
+using ChannelListenerTest = ChannelTest;
+using ChannelEventsTest = ChannelTest;
+
 // --- Entry points and life cycle ---
 
 TEST(ChannelEntryPoints, CreateAndDeleteAsAHostDoes) {
@@ -38,7 +42,7 @@ TEST(ChannelEntryPoints, CreateAndDeleteAsAHostDoes) {
   DeleteProcessorFunction()(processor);
 }
 
-TEST_F(ChannelTest, PropertiesStartWithTheirDefaults) {
+TEST_F(ChannelLifecycleTest, PropertiesStartWithTheirDefaults) {
   TestChannel channel;
   EXPECT_TRUE(channel->GetVwmDetectorOn());
   EXPECT_EQ(Framework::FormatInfo::kNoFormat, channel->GetFormatInfo().GetVideoFormat());
@@ -52,7 +56,7 @@ TEST_F(ChannelTest, PropertiesStartWithTheirDefaults) {
   EXPECT_EQ(QuillmarBasebandEmbedder::ErrorNone, channel->GetLastError());
 }
 
-TEST_F(ChannelTest, InitFailsWithoutAUsableConfigurationAndTouchesNoDatabase) {
+TEST_F(ChannelLifecycleTest, InitFailsWithoutAUsableConfigurationAndTouchesNoDatabase) {
   {
     SCOPED_TRACE("the configuration file is missing");
     TestChannel channel;
@@ -92,7 +96,7 @@ TEST_F(ChannelTest, InitFailsWithoutAUsableConfigurationAndTouchesNoDatabase) {
   }
 }
 
-TEST_F(ChannelTest, StartFailuresDeinitialiseBothProcessors) {
+TEST_F(ChannelLifecycleTest, StartFailuresDeinitialiseBothProcessors) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
   ASSERT_TRUE(channel->StopProcessor());
@@ -123,7 +127,7 @@ TEST_F(ChannelTest, StartFailuresDeinitialiseBothProcessors) {
   }
 }
 
-TEST_F(ChannelTest, TheLaterOfTwoProgramsOfOneNameGivesTheQuality) {
+TEST_F(ChannelLifecycleTest, TheLaterOfTwoProgramsOfOneNameGivesTheQuality) {
   configuration_.programs = {{"Demo", {101}, {}, 2.5}, {"Demo", {102}, {}, 6.0}};
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
@@ -132,7 +136,7 @@ TEST_F(ChannelTest, TheLaterOfTwoProgramsOfOneNameGivesTheQuality) {
   EXPECT_EQ(1, LogCount(EventLevel::Info, "Selected GD 6, MLD 4, FlatRegion 0"));
 }
 
-TEST_F(ChannelTest, StopLogsTheProcessedTotalsAgainstTheRequestedDuration) {
+TEST_F(ChannelLifecycleTest, StopLogsTheProcessedTotalsAgainstTheRequestedDuration) {
   static const struct {
     std::uint32_t duration;
     double framesPerSecond;
@@ -180,7 +184,7 @@ TEST_F(ChannelTest, StopLogsTheProcessedTotalsAgainstTheRequestedDuration) {
   }
 }
 
-TEST_F(ChannelTest, RunsAgainAfterStop) {
+TEST_F(ChannelLifecycleTest, RunsAgainAfterStop) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
   const GrantedSlot first = channel.Slot();
@@ -209,7 +213,7 @@ TEST_F(ChannelTest, RunsAgainAfterStop) {
 
 // --- Listener and licence messages ---
 
-TEST_F(ChannelTest, LicenceMessagesWaitForAListenerOnlyWhenInvalidated) {
+TEST_F(ChannelListenerTest, LicenceMessagesWaitForAListenerOnlyWhenInvalidated) {
   TestChannel channel;
   std::vector<std::string> raised;
   const auto connection = channel->GetLicenseInvalidatedSignal().ConnectFor<Framework::LicenseInvalidatedEvent>(
@@ -250,7 +254,7 @@ TEST_F(ChannelTest, LicenceMessagesWaitForAListenerOnlyWhenInvalidated) {
 
 // --- Framework events ---
 
-TEST_F(ChannelTest, AFormatChangeOrAnAllocationFailureStopsTheChannelOnce) {
+TEST_F(ChannelEventsTest, AFormatChangeOrAnAllocationFailureStopsTheChannelOnce) {
   static const struct {
     Framework::FrameworkEvent kind;
     const char* printed;
@@ -302,7 +306,7 @@ TEST_F(ChannelTest, AFormatChangeOrAnAllocationFailureStopsTheChannelOnce) {
   }
 }
 
-TEST_F(ChannelTest, RelaysTheHostsProgressAndCompletionWhileStarted) {
+TEST_F(ChannelEventsTest, RelaysTheHostsProgressAndCompletionWhileStarted) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
   std::vector<Framework::ProgressEvent> progress;
