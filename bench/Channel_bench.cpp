@@ -56,8 +56,8 @@ void BM_ChannelFrame1080p(benchmark::State& state) {
   QuillmarTesting::RecordingListener listener;
   QuillmarTesting::TestChannel channel;
   channel.Configure(config, configuration, "Demo", kRunSeconds, &listener, kFramesPerSecond);
-  channel.SetFormat(
-      Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, kWidth, kHeight, kFramesPerSecond));
+  channel.SetFormat(Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, kWidth, kHeight,
+                                               kFramesPerSecond));
   if (!channel->InitProcessor() || !channel->StartProcessor()) {
     state.SkipWithError("the channel did not start");
     return;
@@ -71,8 +71,8 @@ void BM_ChannelFrame1080p(benchmark::State& state) {
       break;
     }
   }
-  const double frameSeconds =
-      std::chrono::duration<double>(Clock::now() - begin).count() / static_cast<double>(state.iterations());
+  const double frameSeconds = std::chrono::duration<double>(Clock::now() - begin).count() /
+                              static_cast<double>(state.iterations());
   channel->StopProcessor();
   state.SetItemsProcessed(state.iterations());
   state.counters["x_memcpy"] = frameSeconds / copySeconds;

@@ -41,7 +41,8 @@ bool EmbedAndStop(TestChannel& channel, RunSlot& run) {
   if (!channel->StartProcessor()) return false;
   const GrantedSlot slot = channel.Slot();
   const bool fed = channel.Feed(kFramesPerRun) == kFramesPerRun;
-  const auto embedded = static_cast<std::uint32_t>(channel.Embedder().GetEmbeddedDurationInSeconds());
+  const auto embedded =
+      static_cast<std::uint32_t>(channel.Embedder().GetEmbeddedDurationInSeconds());
   const bool stopped = channel->StopProcessor();
   run.cid = slot.cid;
   run.start = TimeTicks::FromSystemTime(slot.start);
@@ -96,8 +97,8 @@ TEST_F(ChannelConcurrencyTest, StopOnTheControlThreadWhileFramesArrive) {
     EXPECT_TRUE(stopped);
     // Every frame the host's delivery took was counted, and none after Stop.
     ASSERT_EQ(static_cast<std::size_t>(run + 1), totals.size());
-    EXPECT_EQ(0u, totals.back().rfind("Processed " + std::to_string(taken.load()) +
-                                      " frames at 25.000000 fps", 0))
+    EXPECT_EQ(0u, totals.back().rfind(
+                      "Processed " + std::to_string(taken.load()) + " frames at 25.000000 fps", 0))
         << totals.back();
   }
   EXPECT_EQ(0, stoppedByMedia.load());
@@ -128,11 +129,10 @@ TEST_F(ChannelConcurrencyTest, TwoChannelsInOneProcessNeverHoldOneCidForOverlapp
     ASSERT_TRUE(reserved[0] && reserved[1]);
     inParallel([&](std::size_t i) { embedded[i] = EmbedAndStop(channels[i], roundRuns[i]); });
     ASSERT_TRUE(embedded[0] && embedded[1]);
-    EXPECT_EQ(std::vector<std::string>{},
-              Overlaps({roundRuns[0], roundRuns[1]}, &RunSlot::grantedEnd));
+    EXPECT_EQ(Strings{}, Overlaps({roundRuns[0], roundRuns[1]}, &RunSlot::grantedEnd));
     runs.insert(runs.end(), roundRuns.begin(), roundRuns.end());
   }
-  EXPECT_EQ(std::vector<std::string>{}, Overlaps(runs, &RunSlot::keptEnd));
+  EXPECT_EQ(Strings{}, Overlaps(runs, &RunSlot::keptEnd));
   EXPECT_TRUE(listener_.Texts(ListenerReport::Kind::Error).empty());
 }
 
@@ -170,7 +170,7 @@ TEST_F(ChannelConcurrencyTest, ChannelsInTwoProcessesNeverKeepOneCidForOverlappi
     while (in >> run.cid >> run.start >> run.grantedEnd >> run.keptEnd) runs.push_back(run);
   }
   ASSERT_EQ(static_cast<std::size_t>(kProcesses * kRounds), runs.size());
-  EXPECT_EQ(std::vector<std::string>{}, Overlaps(runs, &RunSlot::keptEnd));
+  EXPECT_EQ(Strings{}, Overlaps(runs, &RunSlot::keptEnd));
 }
 
 }  // namespace

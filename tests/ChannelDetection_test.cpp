@@ -13,7 +13,6 @@ namespace {
 
 using Framework::EventLevel;
 using Kind = ListenerReport::Kind;
-using Strings = std::vector<std::string>;
 using ChannelDetectionTest = ChannelTest;
 
 constexpr char kScreenedLine[] =
@@ -63,7 +62,8 @@ TEST_F(ChannelDetectionTest, DetectionsAreScreenedByTheClientsCids) {
     TestChannel channel;
     ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
     channel->SetListener(&listener);
-    ASSERT_NO_FATAL_FAILURE(DetectInNextFrame(channel, DetectorSimulation::kDetection, Detection(c.cid, 0)));
+    ASSERT_NO_FATAL_FAILURE(
+        DetectInNextFrame(channel, DetectorSimulation::kDetection, Detection(c.cid, 0)));
 
     const std::vector<ListenerReport> detections = listener.Of(Kind::Detection);
     ASSERT_EQ(1u, detections.size());

@@ -50,7 +50,9 @@ bool InOrder(const std::vector<Line>& lines, const std::vector<Line>& expected) 
 
 class ChannelEncodationLogTest : public ChannelTest {
  protected:
-  ChannelEncodationLogTest() { configuration_.programs = {{"Demo", {101, 102, 103}, kDefaultFields}}; }
+  ChannelEncodationLogTest() {
+    configuration_.programs = {{"Demo", {101, 102, 103}, kDefaultFields}};
+  }
 
   // Starts a run of `durationSeconds` whose embedder writes to encodationLog_.
   void StartLoggedRun(TestChannel& channel, std::uint32_t durationSeconds) {
@@ -84,10 +86,11 @@ TEST_F(ChannelEncodationLogTest, TheRecordFollowsTheFinalisedSlot) {
   EXPECT_EQ(slot.cid, record.at("CID").to_number<unsigned>());
 
   // Finalised before the record was written: the slot keeps the 2 seconds embedded + 1.
-  EXPECT_TRUE(InOrder(log_->Lines(),
-                      {{EventLevel::Info, "FinalizeEmbedding done"},
-                       {EventLevel::Info, "LumensealBasebandEmbedderPlugin::WriteEncodationLog; "
-                                          "record written to " + encodationLog_}}));
+  EXPECT_TRUE(InOrder(log_->Lines(), {{EventLevel::Info, "FinalizeEmbedding done"},
+                                      {EventLevel::Info,
+                                       "LumensealBasebandEmbedderPlugin::WriteEncodationLog; "
+                                       "record written to " +
+                                           encodationLog_}}));
   const CID_Timestamp_Lock_Record row = RowOf(databasePath_, slot.cid);
   EXPECT_DOUBLE_EQ(3.0, SecondsBetween(slot.start, row.Timestamp));
 }
@@ -100,7 +103,8 @@ TEST_F(ChannelEncodationLogTest, MetadataIsCheckedAgainstTheProgramsFieldsAndAlw
       {"itemid", {}},
       {"Slug",
        {{EventLevel::Warning,
-         "QuillmarBasebandSDKChannel::WriteEncodationLog: Slug is not allowed metadata DisplayName"},
+         "QuillmarBasebandSDKChannel::WriteEncodationLog: Slug is not allowed metadata "
+         "DisplayName"},
         {EventLevel::Warning, "...but it matches a valid FieldName. Can proceed."}}},
       {"rating",
        {{EventLevel::Warning,
@@ -143,9 +147,9 @@ TEST_F(ChannelEncodationLogTest, AnUnknownProgramAbortsBothFormsBeforeFinalising
     } else {
       channel->WriteEncodationLog("host", "input", "third", {{"itemid", "42"}});
     }
-    EXPECT_TRUE(InOrder(log->Lines(),
-                        {{EventLevel::Error, "Selected program Late Show not found in the config file"},
-                         {EventLevel::Error, kKeysUnknown}}));
+    EXPECT_TRUE(InOrder(log->Lines(), {{EventLevel::Error,
+                                        "Selected program Late Show not found in the config file"},
+                                       {EventLevel::Error, kKeysUnknown}}));
     EXPECT_FALSE(log->Has(EventLevel::Info, "FinalizeEmbedding..."));
   }
   EXPECT_FALSE(std::filesystem::exists(encodationLog_));
@@ -175,8 +179,11 @@ TEST_F(ChannelEncodationLogTest, TheSixTextFormWritesUnderTheDefaultKeys) {
     ASSERT_NO_FATAL_FAILURE(StartLoggedRun(channel, 10));
     channel->WriteEncodationLog("s1", "s2", "s3", "s4", "s5", "s6");
 
-    EXPECT_TRUE(InOrder(log->Lines(), {{EventLevel::Warning, kObsoleteCalled}, c.line,
-                                       {EventLevel::Info, "Calling QuillmarBasebandSDKChannel::WriteEncodationLog"}}));
+    EXPECT_TRUE(
+        InOrder(log->Lines(),
+                {{EventLevel::Warning, kObsoleteCalled},
+                 c.line,
+                 {EventLevel::Info, "Calling QuillmarBasebandSDKChannel::WriteEncodationLog"}}));
     const boost::json::object record = LastEncodationRecord(encodationLog_);
     EXPECT_EQ("s1", Text(record, "HostText1"));
     EXPECT_EQ("s2", Text(record, "HostText2"));

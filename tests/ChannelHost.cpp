@@ -39,8 +39,8 @@ json::object ProgramObject(const TestProgram& program) {
     }
     entry["MetadataFields"] = std::move(fields);
   }
-  entry["VWM"] = json::object{{"EIDS", Numbers(program.eids)}, {"GlobalDepth", program.globalDepth},
-                              {"MaxLocalDepth", 4}};
+  entry["VWM"] = json::object{
+      {"EIDS", Numbers(program.eids)}, {"GlobalDepth", program.globalDepth}, {"MaxLocalDepth", 4}};
   return entry;
 }
 
@@ -107,7 +107,8 @@ std::vector<unsigned> TestConfiguration::ProgramCids(const std::string& program)
 
 std::list<unsigned> TestConfiguration::AllCids() const {
   std::list<unsigned> cids;
-  for (const TestProgram& entry : programs) cids.insert(cids.end(), entry.eids.begin(), entry.eids.end());
+  for (const TestProgram& entry : programs)
+    cids.insert(cids.end(), entry.eids.begin(), entry.eids.end());
   cids.sort();
   cids.unique();
   return cids;
@@ -117,14 +118,17 @@ std::string WriteConfiguration(const std::string& path, const TestConfiguration&
   json::object processor;
   processor["Version"] = "0.3";
   processor["Facility"] = "Test Playout";
-  if (!configuration.sharedDatabase.empty()) processor["SharedDatabase"] = configuration.sharedDatabase;
+  if (!configuration.sharedDatabase.empty())
+    processor["SharedDatabase"] = configuration.sharedDatabase;
   processor["Detector"] = json::object{
       {"VWM", json::object{{"DisplayAllWatermarks", configuration.displayAllWatermarks},
                            {"DisplayEIDS", Numbers(configuration.displayEids)}}}};
   json::array programs;
-  for (const TestProgram& program : configuration.programs) programs.push_back(ProgramObject(program));
+  for (const TestProgram& program : configuration.programs)
+    programs.push_back(ProgramObject(program));
   processor["ContentProcessingParameters"] = std::move(programs);
-  const std::string text = json::serialize(json::object{{"ContentProcessor", std::move(processor)}});
+  const std::string text =
+      json::serialize(json::object{{"ContentProcessor", std::move(processor)}});
 
   std::string signedText;
   std::string error;

@@ -18,7 +18,6 @@ using Framework::EventLevel;
 using QuillmarBasebandSDK::Testing::Plus;
 using QuillmarBasebandSDK::Testing::SetRow;
 using Kind = ListenerReport::Kind;
-using Strings = std::vector<std::string>;
 using ChannelSessionTest = ChannelTest;
 
 constexpr char kRetryPrefix[] =
@@ -194,12 +193,14 @@ TEST_F(ChannelSessionTest, AnOpenEndedSlotIsExtendedFromItsLastSecond) {
   ASSERT_EQ(1800u, slot.seconds);
   std::vector<std::uint64_t> embeddedAtAttempts;
   ScopedLogHook attempts([&](EventLevel, const std::string& text) {
-    if (text == kExtending) embeddedAtAttempts.push_back(channel.Embedder().GetEmbeddedDurationInSeconds());
+    if (text == kExtending)
+      embeddedAtAttempts.push_back(channel.Embedder().GetEmbeddedDurationInSeconds());
   });
 
   constexpr int kFramesPerSecond = 25;
   int frames = 0;
-  while (embeddedAtAttempts.empty() && frames < 1801 * kFramesPerSecond && channel.FeedOne()) ++frames;
+  while (embeddedAtAttempts.empty() && frames < 1801 * kFramesPerSecond && channel.FeedOne())
+    ++frames;
   ASSERT_EQ(1u, embeddedAtAttempts.size());
   EXPECT_EQ(1799u, embeddedAtAttempts[0]);
   EXPECT_EQ(1799 * kFramesPerSecond + 1, frames);
@@ -214,7 +215,8 @@ TEST_F(ChannelSessionTest, AnOpenEndedSlotIsExtendedFromItsLastSecond) {
   const std::uint64_t embedded = channel.Embedder().GetEmbeddedDurationInSeconds();
   ASSERT_TRUE(channel->StopProcessor());
   const CID_Timestamp_Lock_Record finalised = RowOf(databasePath_, slot.cid);
-  EXPECT_DOUBLE_EQ(static_cast<double>(embedded + 1), SecondsBetween(slot.start, finalised.Timestamp));
+  EXPECT_DOUBLE_EQ(static_cast<double>(embedded + 1),
+                   SecondsBetween(slot.start, finalised.Timestamp));
   EXPECT_FALSE(IsLocked(finalised));
   EXPECT_TRUE(listener_.Texts(Kind::Error).empty());
 }

@@ -15,6 +15,8 @@
 
 namespace QuillmarTesting {
 
+using Strings = std::vector<std::string>;
+
 // The last record of the encodation log at `path`; an empty object when there is none.
 boost::json::object LastEncodationRecord(const std::string& path);
 
@@ -37,8 +39,7 @@ class ChannelTest : public ::testing::Test {
   void Configure(TestChannel& channel, std::uint32_t durationSeconds,
                  double framesPerSecond = 25.0);
   // Configures, initialises and starts `channel`; fails the test when a step fails.
-  void StartRun(TestChannel& channel, std::uint32_t durationSeconds,
-                double framesPerSecond = 25.0);
+  void StartRun(TestChannel& channel, std::uint32_t durationSeconds, double framesPerSecond = 25.0);
 
   // The log lines recorded so far at `level`, and how often `text` was logged at `level`.
   std::vector<std::string> LogLines(Framework::EventLevel level) const;

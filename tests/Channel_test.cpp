@@ -17,9 +17,10 @@ namespace {
 using Framework::EventLevel;
 using Framework::ProcessorState;
 using Kind = ListenerReport::Kind;
-using Strings = std::vector<std::string>;
 
 constexpr char kLicenceWarning[] = "License will expire within 30 days.";
+constexpr char kInLine[] = "Aforementioned actual duration is in line with requested 10 seconds";
+constexpr char kLonger[] = "Aforementioned actual duration was longer than requested 10 seconds";
 
 using ChannelLifecycleTest = ChannelTest;
 using ChannelListenerTest = ChannelTest;
@@ -37,8 +38,10 @@ TEST(ChannelEntryPoints, CreateAndDeleteAsAHostDoes) {
   EXPECT_EQ(1u, channel->GetMaxNrChannels());
   channel->OnCreateChannel(3);
   EXPECT_EQ(1u, channel->GetMaxNrChannels());
-  EXPECT_NE(nullptr, channel->GetAlgorithm(Framework::QuillmarBasebandSDKChannel::kDetectorInstance));
-  EXPECT_NE(nullptr, channel->GetAlgorithm(Framework::QuillmarBasebandSDKChannel::kEmbedderInstance));
+  EXPECT_NE(nullptr,
+            channel->GetAlgorithm(Framework::QuillmarBasebandSDKChannel::kDetectorInstance));
+  EXPECT_NE(nullptr,
+            channel->GetAlgorithm(Framework::QuillmarBasebandSDKChannel::kEmbedderInstance));
   DeleteProcessorFunction()(processor);
 }
 
@@ -147,23 +150,23 @@ TEST_F(ChannelLifecycleTest, StopLogsTheProcessedTotalsAgainstTheRequestedDurati
   } cases[] = {
       {10, 25.0, 250,
        "Processed 250 frames at 25.000000 fps, total 10 seconds (out of 74 seconds reserved)",
-       EventLevel::Info, "Aforementioned actual duration is in line with requested 10 seconds"},
+       EventLevel::Info, kInLine},
       {10, 25.0, 300,
        "Processed 300 frames at 25.000000 fps, total 12 seconds (out of 74 seconds reserved)",
-       EventLevel::Warning, "Aforementioned actual duration was longer than requested 10 seconds"},
+       EventLevel::Warning, kLonger},
       {10, 25.0, 251,
        "Processed 251 frames at 25.000000 fps, total 11 seconds (out of 74 seconds reserved)",
-       EventLevel::Info, "Aforementioned actual duration is in line with requested 10 seconds"},
+       EventLevel::Info, kInLine},
       {0, 25.0, 250,
        "Processed 250 frames at 25.000000 fps, total 10 seconds (out of 1800 seconds reserved)",
        EventLevel::Info, nullptr},
       // Frame rates below 1 frame a second: a partial second still counts, no rate counts none.
       {10, 0.5, 3,
        "Processed 3 frames at 0.500000 fps, total 5 seconds (out of 74 seconds reserved)",
-       EventLevel::Info, "Aforementioned actual duration is in line with requested 10 seconds"},
+       EventLevel::Info, kInLine},
       {10, 0.0, 3,
        "Processed 3 frames at 0.000000 fps, total 0 seconds (out of 74 seconds reserved)",
-       EventLevel::Info, "Aforementioned actual duration is in line with requested 10 seconds"},
+       EventLevel::Info, kInLine},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.totals);
@@ -216,8 +219,11 @@ TEST_F(ChannelLifecycleTest, RunsAgainAfterStop) {
 TEST_F(ChannelListenerTest, LicenceMessagesWaitForAListenerOnlyWhenInvalidated) {
   TestChannel channel;
   std::vector<std::string> raised;
-  const auto connection = channel->GetLicenseInvalidatedSignal().ConnectFor<Framework::LicenseInvalidatedEvent>(
-      [&raised](const Framework::LicenseInvalidatedEvent& event) { raised.push_back(event.GetMessage()); });
+  const auto connection =
+      channel->GetLicenseInvalidatedSignal().ConnectFor<Framework::LicenseInvalidatedEvent>(
+          [&raised](const Framework::LicenseInvalidatedEvent& event) {
+            raised.push_back(event.GetMessage());
+          });
   auto& licenser = channel->GetLicenser();
 
   licenser.SetProperty("Valid", false);
@@ -269,10 +275,11 @@ TEST_F(ChannelEventsTest, AFormatChangeOrAnAllocationFailureStopsTheChannelOnce)
     // One frame a second: every embedded frame adds a second to what the embedder reports.
     ASSERT_NO_FATAL_FAILURE(StartRun(channel, 0, 1.0));
     std::vector<Framework::CompletedEvent> completed;
-    const auto connection =
-        channel->GetChannelSignal(Framework::ChannelSignal::Completed)
-            .ConnectFor<Framework::CompletedEvent>(
-                [&completed](const Framework::CompletedEvent& event) { completed.push_back(event); });
+    const auto connection = channel->GetChannelSignal(Framework::ChannelSignal::Completed)
+                                .ConnectFor<Framework::CompletedEvent>(
+                                    [&completed](const Framework::CompletedEvent& event) {
+                                      completed.push_back(event);
+                                    });
     ASSERT_EQ(3, channel.Feed(3));
     ASSERT_EQ(3u, channel.Embedder().GetEmbeddedDurationInSeconds());
 
@@ -315,10 +322,11 @@ TEST_F(ChannelEventsTest, RelaysTheHostsProgressAndCompletionWhileStarted) {
       channel->GetChannelSignal(Framework::ChannelSignal::Progress)
           .ConnectFor<Framework::ProgressEvent>(
               [&progress](const Framework::ProgressEvent& event) { progress.push_back(event); });
-  const auto completedConnection =
-      channel->GetChannelSignal(Framework::ChannelSignal::Completed)
-          .ConnectFor<Framework::CompletedEvent>(
-              [&completed](const Framework::CompletedEvent& event) { completed.push_back(event.GetText()); });
+  const auto completedConnection = channel->GetChannelSignal(Framework::ChannelSignal::Completed)
+                                       .ConnectFor<Framework::CompletedEvent>(
+                                           [&completed](const Framework::CompletedEvent& event) {
+                                             completed.push_back(event.GetText());
+                                           });
 
   Framework::ProgressEvent step;
   step.SetSender(channel->GetSender() + 1000);
