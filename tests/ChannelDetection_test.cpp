@@ -113,6 +113,20 @@ TEST_F(ChannelDetectionTest, DetectionTimeStampsAreFourteenDigits) {
   }
 }
 
+TEST_F(ChannelDetectionTest, WithTheDetectorOffNothingIsDetected) {
+  TestChannel channel;
+  ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
+  channel->SetVwmDetectorOn(false);
+  ASSERT_NO_FATAL_FAILURE(
+      DetectInNextFrame(channel, DetectorSimulation::kPresence,
+                        CBasebandWMDetection{CBasebandWMDetection::kPresent, 0.0}));
+  ASSERT_NO_FATAL_FAILURE(
+      DetectInNextFrame(channel, DetectorSimulation::kDetection, Detection(101, 0)));
+  EXPECT_TRUE(listener_.Reports().empty());
+  ASSERT_EQ(25, channel.Feed(25));
+  EXPECT_EQ(1, LogCount(EventLevel::Info, "Embedding frame 25, app. 1 seconds done"));
+}
+
 TEST_F(ChannelDetectionTest, APriorWatermarkPausesEmbeddingUntilItHasGone) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));

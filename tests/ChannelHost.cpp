@@ -151,6 +151,8 @@ DeleteProcessorEntry DeleteProcessorFunction() {
   return reinterpret_cast<DeleteProcessorEntry>(Library().EntryPoint("DeleteProcessor"));
 }
 
+std::string ProcessorVersion() { return Library().Version(); }
+
 TestChannel::TestChannel()
     : processor_(CreateProcessorFunction()(Framework::PropertyBase())),
       channel_(dynamic_cast<QuillmarBasebandSDKChannel*>(processor_)),

@@ -132,6 +132,8 @@ using CreateProcessorEntry = Framework::ProcessorBase* (*)(const Framework::Prop
 using DeleteProcessorEntry = void (*)(Framework::ProcessorBase*);
 CreateProcessorEntry CreateProcessorFunction();
 DeleteProcessorEntry DeleteProcessorFunction();
+// What the library's GetProcessorVersion returns.
+std::string ProcessorVersion();
 
 // Calls `hook` with the level and text of every log line while it lives. The hook runs under the
 // Logger's lock, on the thread that logs: it must not log.

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "framework/CompletedEvent.h"
 #include "framework/FormatChangedEvent.h"
@@ -31,10 +33,14 @@ using ChannelEventsTest = ChannelTest;
 TEST(ChannelEntryPoints, CreateAndDeleteAsAHostDoes) {
   DeleteProcessorFunction()(nullptr);  // a no-op: nothing to check but that it returns
 
+  Framework::Testing::ScopedLogRecording log;
   Framework::ProcessorBase* processor = CreateProcessorFunction()(Framework::PropertyBase());
   auto* channel = dynamic_cast<Framework::QuillmarBasebandSDKChannel*>(processor);
   ASSERT_NE(nullptr, channel);
   EXPECT_EQ("QuillmarBasebandSDKChannel", channel->GetName());
+  const std::string version = ProcessorVersion();
+  EXPECT_FALSE(version.empty());
+  EXPECT_TRUE(log->Has(EventLevel::Info, version));
   EXPECT_EQ(1u, channel->GetMaxNrChannels());
   channel->OnCreateChannel(3);
   EXPECT_EQ(1u, channel->GetMaxNrChannels());
@@ -128,6 +134,49 @@ TEST_F(ChannelLifecycleTest, StartFailuresDeinitialiseBothProcessors) {
     EXPECT_EQ(text, channel->GetLastErrorText());
     EXPECT_EQ(ProcessorState::Created, channel.Embedder().GetState());
   }
+  {
+    SCOPED_TRACE("the configuration no longer parses at Start");
+    channel->SetProgramName("Demo");
+    ASSERT_TRUE(channel->InitProcessor());
+    // Edited without signing it again: the checksum no longer matches.
+    std::stringstream text;
+    text << std::ifstream(configPath_).rdbuf();
+    std::string edited = text.str();
+    edited.replace(edited.find("Test Playout"), 4, "Best");
+    std::ofstream(configPath_, std::ios::trunc) << edited;
+    EXPECT_FALSE(channel->StartProcessor());
+    EXPECT_EQ("Error parsing configuration file.", listener_.Texts(Kind::Error).back());
+    EXPECT_EQ(QuillmarBasebandEmbedder::ErrorConfiguration, channel->GetLastError());
+    EXPECT_EQ("Error parsing configuration file.", channel->GetLastErrorText());
+  }
+}
+
+TEST_F(ChannelLifecycleTest, InitIgnoresTheBaseChannelsResult) {
+  // Without OnCreateChannel the base channel refuses to initialise.
+  Framework::ProcessorBase* processor = CreateProcessorFunction()(Framework::PropertyBase());
+  auto& channel = dynamic_cast<Framework::QuillmarBasebandSDKChannel&>(*processor);
+  channel.SetConfigFile(WriteConfig());
+  channel.SetAllCIDsInProgram(configuration_.ProgramCids("Demo"));
+  channel.SetAllEmbedderCIDsInConfig(configuration_.AllCids());
+  channel.SetEmbeddingDuration(10);
+  EXPECT_TRUE(channel.InitProcessor());
+  EXPECT_EQ(1, LogCount(EventLevel::Info,
+                        "QuillmarBasebandSDKChannel::AllocateEmbeddingTimeslot allocated EID 101 "
+                        "for 74 seconds."));
+  DeleteProcessorFunction()(processor);
+}
+
+TEST_F(ChannelLifecycleTest, DestroyingAStartedChannelReleasesItsLease) {
+  GrantedSlot slot;
+  {
+    TestChannel channel;
+    ASSERT_NO_FATAL_FAILURE(StartRun(channel, 0));
+    slot = channel.Slot();
+    ASSERT_TRUE(IsLocked(RowOf(databasePath_, slot.cid)));
+  }
+  const CID_Timestamp_Lock_Record row = RowOf(databasePath_, slot.cid);
+  EXPECT_FALSE(IsLocked(row));
+  EXPECT_DOUBLE_EQ(1800.0, SecondsBetween(slot.start, row.Timestamp));
 }
 
 TEST_F(ChannelLifecycleTest, TheLaterOfTwoProgramsOfOneNameGivesTheQuality) {
@@ -192,6 +241,7 @@ TEST_F(ChannelLifecycleTest, RunsAgainAfterStop) {
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
   const GrantedSlot first = channel.Slot();
   ASSERT_EQ(50, channel.Feed(50));
+  EXPECT_TRUE(channel->DeliverFrame(nullptr));  // taken, and ignored
   ASSERT_TRUE(channel->StopProcessor());
   EXPECT_FALSE(channel->DeliverFrame(nullptr));
 
