@@ -184,6 +184,26 @@ TEST_F(ChannelSessionTest, TenFailedAttemptsEndInTheTimeslotError) {
   }
 }
 
+TEST_F(ChannelSessionTest, InitAgainAfterAFailedStartReleasesTheUnusedSlot) {
+  // One CID: a lease still held from the run that never started would leave nothing to reserve.
+  configuration_.programs = {{"Demo", {201}, {}}};
+  TestChannel channel;
+  Configure(channel, 0);
+  channel->SetFormatInfo(Framework::VideoFormatInfo());
+  ASSERT_TRUE(channel->InitProcessor());
+  const CID_Timestamp_Lock_Record first = RowOf(databasePath_, 201);
+  ASSERT_TRUE(IsLocked(first));
+  ASSERT_FALSE(channel->StartProcessor());
+
+  channel->SetFormatInfo(SmallFormat());
+  ASSERT_TRUE(channel->InitProcessor());
+  ASSERT_TRUE(channel->StartProcessor());
+  // The unused slot went back whole: the new one starts no later than the old one would have.
+  EXPECT_LT(SecondsBetween(channel.Slot().start, first.Timestamp), 1800.5);
+  EXPECT_GT(SecondsBetween(channel.Slot().start, first.Timestamp), 1799.0);
+  EXPECT_TRUE(listener_.Texts(Kind::Error).empty());
+}
+
 // --- Extending and finalising an open-ended slot ---
 
 TEST_F(ChannelSessionTest, AnOpenEndedSlotIsExtendedFromItsLastSecond) {
