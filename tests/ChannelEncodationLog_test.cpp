@@ -156,6 +156,18 @@ TEST_F(ChannelEncodationLogTest, AnUnknownProgramAbortsBothFormsBeforeFinalising
   EXPECT_TRUE(IsLocked(RowOf(databasePath_, channel.Slot().cid)));
 }
 
+// Stop releases the configuration: the record belongs before Stop, and after it is refused.
+TEST_F(ChannelEncodationLogTest, AfterStopNoRecordIsWritten) {
+  TestChannel channel;
+  ASSERT_NO_FATAL_FAILURE(StartLoggedRun(channel, 10));
+  ASSERT_TRUE(channel->StopProcessor());
+  channel->WriteEncodationLog("host", "input", "third", {{"itemid", "42"}});
+  EXPECT_TRUE(InOrder(log_->Lines(),
+                      {{EventLevel::Error, "Selected program Demo not found in the config file"},
+                       {EventLevel::Error, kKeysUnknown}}));
+  EXPECT_FALSE(std::filesystem::exists(encodationLog_));
+}
+
 TEST_F(ChannelEncodationLogTest, TheSixTextFormWritesUnderTheDefaultKeys) {
   static const struct {
     std::vector<std::pair<std::string, std::string>> fields;
