@@ -74,7 +74,8 @@ class QUILLMAR_API QuillmarBasebandSDKChannel : public ChannelBaseLicensed {
 
   // Creates the detector and the embedder with their construction properties.
   void OnCreateChannel(std::uint64_t channelIndex) override;
-  // Parses the configuration and reserves the run's time slot; false (logged, reported) on failure.
+  // Parses the configuration and reserves the run's time slot, first giving back a slot still held
+  // from an Init whose run never started; false (logged, reported) on failure.
   bool Init() override;
   // Configures and initialises both plug-ins for the format; false (rolled back) on failure.
   bool Start() override;
@@ -150,6 +151,7 @@ class QUILLMAR_API QuillmarBasebandSDKChannel : public ChannelBaseLicensed {
 
   void RollbackInit();
   bool InitDatabase();
+  void ReleaseUnusedTimeslot();
   void ExtendTimeslot();
   void FinalizeEmbedding();
   void AllocateOnce(const char* databasePath, const std::list<unsigned>& configCids,

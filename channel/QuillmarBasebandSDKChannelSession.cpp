@@ -41,9 +41,21 @@ std::uint64_t SlotSeconds(std::uint64_t requestedSeconds) {
 }  // namespace
 
 bool QuillmarBasebandSDKChannel::InitDatabase() {
+  ReleaseUnusedTimeslot();
   return AllocateEmbeddingTimeslot(sharedDatabasePath.c_str(), GetAllEmbedderCIDsInConfig(),
                                    GetAllCIDsInProgram(), GetEmbeddingDuration(), selectedCID,
                                    selectedStartTime, allocatedDurationSeconds);
+}
+
+// A slot still held at Init was reserved by an Init whose run never started (Stop releases the
+// slot of every run that did): it goes back whole, and its lease with it, so that the CID is free
+// again at once instead of when the lease runs out.
+void QuillmarBasebandSDKChannel::ReleaseUnusedTimeslot() {
+  if (databaseHandler == nullptr) return;
+  std::string error;
+  if (!databaseHandler->FinalizeEmbedding(0, error)) {
+    Logger::Warning(boost::format("Releasing the unused timeslot failed: %1%") % error);
+  }
 }
 
 bool QuillmarBasebandSDKChannel::AllocateEmbeddingTimeslot(

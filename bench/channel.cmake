@@ -1,0 +1,9 @@
+# The channel's own cost per frame on the processing thread, beside copying a luma plane.
+quillmar_add_benchmark(channel_bench SOURCES
+  ${CMAKE_CURRENT_SOURCE_DIR}/Channel_bench.cpp
+  ${PROJECT_SOURCE_DIR}/tests/ChannelHost.cpp
+  ${PROJECT_SOURCE_DIR}/tools/ChannelLibrary.cpp
+  LIBS QuillmarBasebandSDK Framework QuillmarConfig QuillmarLogging QuillmarDatabaseTestSupport
+       Boost::json
+)
+add_dependencies(channel_bench LumensealBasebandEmbedderPlugin LumensealBasebandDetectorPlugin)

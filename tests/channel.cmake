@@ -1,0 +1,18 @@
+# The channel as a host drives it: the product library loaded with dlopen, channels made by its
+# CreateProcessor, the reference plug-ins loaded from their shared libraries, real configuration
+# and time-slot files, threads and processes.
+quillmar_add_test(channel_test
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/Channel_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ChannelSession_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ChannelEncodationLog_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ChannelDetection_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ChannelConcurrency_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ChannelHost.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ChannelTestSupport.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ChildProcess.cpp
+    ${PROJECT_SOURCE_DIR}/tools/ChannelLibrary.cpp
+  LIBS QuillmarBasebandSDK Framework QuillmarConfig QuillmarLogging QuillmarDatabaseTestSupport
+       Boost::json
+)
+add_dependencies(channel_test LumensealBasebandEmbedderPlugin LumensealBasebandDetectorPlugin)
