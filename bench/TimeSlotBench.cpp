@@ -22,13 +22,13 @@
 #include "database/CppSQLite3DB.h"
 #include "database/DatabaseTestSupport.h"
 #include "database/EmbedderDatabaseV2.h"
-#include "tests/ChildProcess.h"
+#include "framework/testing/ChildProcess.h"
 
 namespace QuillmarBasebandSDK {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Testing::ChildProcess;
+using Framework::Testing::ChildProcess;
 using Testing::TemporaryFolder;
 
 constexpr double kRunSeconds = 1.5;

@@ -3,7 +3,6 @@ if(TARGET QuillmarDatabase)
   quillmar_add_benchmark(database_bench
     SOURCES
       ${CMAKE_CURRENT_LIST_DIR}/TimeSlotBench.cpp
-      ${PROJECT_SOURCE_DIR}/tests/ChildProcess.cpp
-    LIBS QuillmarDatabaseTestSupport
+    LIBS FrameworkTesting QuillmarDatabaseTestSupport
   )
 endif()

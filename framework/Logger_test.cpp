@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "LogFile.h"
-#include "testing/ChildProcess.h"
+#include "framework/testing/ChildProcess.h"
 #include "testing/RecordingLogSink.h"
 
 namespace Framework {

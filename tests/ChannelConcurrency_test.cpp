@@ -15,14 +15,14 @@
 #include "database/TimeTicks.h"
 #include "framework/CompletedEvent.h"
 #include "tests/ChannelTestSupport.h"
-#include "tests/ChildProcess.h"
+#include "framework/testing/ChildProcess.h"
 
 namespace QuillmarTesting {
 namespace {
 
 using Framework::EventLevel;
 using QuillmarBasebandSDK::TimeTicks;
-using QuillmarBasebandSDK::Testing::ChildProcess;
+using Framework::Testing::ChildProcess;
 using ChannelConcurrencyTest = ChannelTest;
 
 constexpr int kFramesPerRun = 30;  // a little over a second at 25 fps

@@ -18,12 +18,12 @@
 #include "database/EmbedderDatabaseV2.h"
 #include "database/TimeTicks.h"
 #include "framework/Logger.h"
-#include "tests/ChildProcess.h"
+#include "framework/testing/ChildProcess.h"
 
 namespace QuillmarBasebandSDK {
 namespace {
 
-using Testing::ChildProcess;
+using Framework::Testing::ChildProcess;
 using Testing::TemporaryFolder;
 
 const std::list<unsigned> kCids = {1, 2, 3, 4, 5, 6};

@@ -3,8 +3,7 @@ if(TARGET QuillmarDatabase)
   quillmar_add_test(database_processes_test
     SOURCES
       ${CMAKE_CURRENT_LIST_DIR}/TimeSlotProcesses_test.cpp
-      ${CMAKE_CURRENT_LIST_DIR}/ChildProcess.cpp
-    LIBS QuillmarDatabaseTestSupport
+    LIBS FrameworkTesting QuillmarDatabaseTestSupport
   )
 endif()
 

@@ -1,30 +1,51 @@
-// Runs part of a test in a fresh child process, for behaviour that is process-wide (the logger,
-// shared memory named after the process) or that must survive a crash.
+// ChildProcess: a forked copy of the calling process that runs one function and exits.
 //
-//   EXPECT_EQ(0, Framework::Testing::RunInChild([] { ...gtest assertions... }));
-//
-// The child runs `body` and ends with status 0 when no assertion of the test has failed, else 1;
-// an assertion failure inside the child is printed by the child.
+// For multi-process tests and load drivers, and for tests of behaviour that is process-wide
+// (the logger, shared memory named after the process): RunInChild runs a part of a test in a
+// fresh child and tells whether its assertions held. Fork only while the process has one thread and no open
+// SQLite connection (a connection must not cross a fork). The child leaves with _exit, so no
+// exit handler of the parent's copy runs twice. A child still running when its ChildProcess is
+// destroyed is killed and reaped, so a failing test never leaves one behind.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/types.h>
 
 #include <functional>
 
 namespace Framework::Testing {
 
-// The child's exit status, or 128 + the signal number that ended it.
+class ChildProcess {
+ public:
+  // Forks; the child runs `body` and exits with its result (125 when it throws).
+  explicit ChildProcess(const std::function<int()>& body);
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  ~ChildProcess();
+
+  pid_t Pid() const { return pid_; }
+
+  // Waits for the child to end; its exit status, or 128 + the signal that ended it.
+  int Wait();
+
+  // Sends SIGKILL; Wait then returns 128 + SIGKILL.
+  void Kill();
+
+ private:
+  pid_t pid_;
+  bool reaped_ = false;
+  int status_ = 0;
+};
+
+// Runs `body`, which makes GoogleTest assertions, in a child; its exit status: 0 when no
+// assertion of the test failed, 1 when one did, 128 + a signal that ended it.
+//   EXPECT_EQ(0, RunInChild([] { ... }));
 inline int RunInChild(const std::function<void()>& body) {
-  const pid_t child = ::fork();
-  if (child == 0) {
+  ChildProcess child([&body] {
     body();
-    ::_exit(::testing::Test::HasFailure() ? 1 : 0);
-  }
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return ::testing::Test::HasFailure() ? 1 : 0;
+  });
+  return child.Wait();
 }
 
 }  // namespace Framework::Testing

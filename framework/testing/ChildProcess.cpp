@@ -1,4 +1,4 @@
-#include "tests/ChildProcess.h"
+#include "framework/testing/ChildProcess.h"
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-namespace QuillmarBasebandSDK::Testing {
+namespace Framework::Testing {
 namespace {
 
 constexpr int kChildThrew = 125;
@@ -50,4 +50,4 @@ void ChildProcess::Kill() {
   if (!reaped_) kill(pid_, SIGKILL);
 }
 
-}  // namespace QuillmarBasebandSDK::Testing
+}  // namespace Framework::Testing
