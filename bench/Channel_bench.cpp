@@ -48,11 +48,11 @@ void BM_LumaPlaneCopy(benchmark::State& state) {
 BENCHMARK(BM_LumaPlaneCopy);
 
 void BM_ChannelFrame1080p(benchmark::State& state) {
-  const QuillmarBasebandSDK::Testing::TemporaryFolder folder;
+  const Framework::Testing::TemporaryFolder folder;
   QuillmarTesting::TestConfiguration configuration;
-  configuration.sharedDatabase = folder.Path("slots.db");
+  configuration.sharedDatabase = folder.File("slots.db");
   const std::string config =
-      QuillmarTesting::WriteConfiguration(folder.Path("channel.json"), configuration);
+      QuillmarTesting::WriteConfiguration(folder.File("channel.json"), configuration);
   QuillmarTesting::RecordingListener listener;
   QuillmarTesting::TestChannel channel;
   channel.Configure(config, configuration, "Demo", kRunSeconds, &listener, kFramesPerSecond);

@@ -47,7 +47,7 @@ const std::string& FileWithCids(int tableCids) {
   static std::map<int, std::string> files;
   auto found = files.find(tableCids);
   if (found != files.end()) return found->second;
-  const std::string path = folder->Path("slots-" + std::to_string(tableCids) + ".db");
+  const std::string path = folder->File("slots-" + std::to_string(tableCids) + ".db");
   std::list<unsigned> cids(static_cast<std::size_t>(tableCids));
   std::iota(cids.begin(), cids.end(), 1u);
   EmbedderDatabaseV2 db;
@@ -124,7 +124,7 @@ void RunProcesses(benchmark::State& state, const OpenCycle& open) {
     if (pipe(barrier) != 0) throw std::runtime_error("pipe failed");
     std::vector<std::unique_ptr<ChildProcess>> children;
     for (int process = 0; process < processes; ++process) {
-      const std::string out = results.Path("latencies-" + std::to_string(process));
+      const std::string out = results.File("latencies-" + std::to_string(process));
       children.push_back(std::make_unique<ChildProcess>([&, out] {
         const Cycle cycle = open(path, tableCids);
         close(barrier[1]);
@@ -143,7 +143,7 @@ void RunProcesses(benchmark::State& state, const OpenCycle& open) {
     std::int64_t last = 0;
     std::vector<std::int64_t> all;
     for (int process = 0; process < processes; ++process) {
-      const auto record = ReadRecord(results.Path("latencies-" + std::to_string(process)));
+      const auto record = ReadRecord(results.File("latencies-" + std::to_string(process)));
       if (record.size() < 2) throw std::runtime_error("a process wrote no record");
       first = std::min(first, record[0]);
       last = std::max(last, record[1]);

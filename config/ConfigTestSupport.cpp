@@ -2,33 +2,12 @@
 
 #include <boost/json/serialize.hpp>
 #include <boost/json/string.hpp>
-#include <fstream>
-#include <random>
 #include <sstream>
 
 #include "config/ConfigurationSigner.h"
 #include "framework/Logger.h"
 
 namespace QuillmarBasebandSDK::Testing {
-
-ScratchFolder::ScratchFolder() {
-  std::random_device random;
-  path_ = std::filesystem::temp_directory_path() /
-          ("quillmar-config-test-" + std::to_string(random()) + std::to_string(random()));
-  std::filesystem::create_directories(path_);
-}
-
-ScratchFolder::~ScratchFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-std::string ScratchFolder::Write(const std::string& name, const std::string& bytes) const {
-  const std::filesystem::path file = path_ / name;
-  std::filesystem::create_directories(file.parent_path());
-  std::ofstream(file, std::ios::binary) << bytes;
-  return file.string();
-}
 
 std::string Signed(const std::string& text) {
   std::string signedText;
@@ -45,7 +24,7 @@ std::string DocumentWithEntries(const std::string& entries) {
 }
 
 LoadResult LoadText(const std::string& text, bool checkCrc, const std::string& name) {
-  const ScratchFolder folder;
+  const TemporaryFolder folder;
   const std::string path = folder.Write(name, text);
   ConfigurationReader reader(path);
   LoadResult result;

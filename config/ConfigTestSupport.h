@@ -11,24 +11,11 @@
 #include "config/ConfigurationReader.h"
 #include "config/JsonValue.h"
 #include "framework/LogSink.h"
+#include "framework/testing/TemporaryFolder.h"
 
 namespace QuillmarBasebandSDK::Testing {
 
-// A fresh folder under the system's temporary folder, removed with everything in it.
-class ScratchFolder {
- public:
-  ScratchFolder();
-  ~ScratchFolder();
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-  const std::filesystem::path& Path() const { return path_; }
-  // Writes `bytes` to `name` below the folder (creating folders) and returns the file's path.
-  std::string Write(const std::string& name, const std::string& bytes) const;
-
- private:
-  std::filesystem::path path_;
-};
+using Framework::Testing::TemporaryFolder;
 
 // `text` signed as `quillmar config sign` would sign it.
 std::string Signed(const std::string& text);

@@ -136,7 +136,7 @@ TEST(ProgramEntries, EntriesBeforeAFailingOneStay) {
 }
 
 TEST(ProgramEntries, ALoadStartsFromAnEmptyModel) {
-  const Testing::ScratchFolder folder;
+  const Testing::TemporaryFolder folder;
   const std::string good = Entry("Good", R"("ContentType": "news", )" + std::string(kVwm));
   const std::string path = folder.Write("c.json", Testing::Signed(DocumentWithEntries(good)));
   ConfigurationReader reader(path);

@@ -15,7 +15,7 @@ namespace QuillmarBasebandSDK {
 namespace {
 
 using Testing::ExamplesFolder;
-using Testing::ScratchFolder;
+using Testing::TemporaryFolder;
 
 constexpr int kTruncations = 60;
 constexpr int kByteFlips = 200;
@@ -129,7 +129,7 @@ std::vector<std::string> Mutations(const std::string& bytes, const std::string& 
 }
 
 TEST(ConfigurationRobustness, MutatedExamplesLoadOrSayWhy) {
-  const ScratchFolder folder;
+  const TemporaryFolder folder;
   int examples = 0;
   for (const auto& entry : std::filesystem::directory_iterator(ExamplesFolder())) {
     const std::string name = entry.path().filename().string();

@@ -121,7 +121,7 @@ TEST(MemberFinder, ReaderMessagesOutsideTheEntries) {
 }
 
 TEST(MemberFinder, ErrorTextNamesTheFileAndTheLastErrorWins) {
-  const Testing::ScratchFolder folder;
+  const Testing::TemporaryFolder folder;
   const std::string path = folder.Write("named.json", "{}");
   ConfigurationReader reader(path);
   EXPECT_FALSE(reader.Load(true));

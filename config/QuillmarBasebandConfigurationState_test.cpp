@@ -13,7 +13,7 @@ namespace {
 
 using Testing::DocumentWithEntries;
 using Testing::LogRecorder;
-using Testing::ScratchFolder;
+using Testing::TemporaryFolder;
 using Testing::Signed;
 
 constexpr std::size_t kBuffer = QuillmarBasebandConfigurationState::kBufferSize;
@@ -27,7 +27,7 @@ std::string Entry(const std::string& name, const std::string& eids, const std::s
 struct Root {
   explicit Root(const std::string& text) { folder.Write("Cfg/QLM_LumensealProp.cfg", text); }
   std::string Path() const { return folder.Path().string(); }
-  ScratchFolder folder;
+  TemporaryFolder folder;
 };
 
 std::string ThreePrograms() {
@@ -243,7 +243,7 @@ TEST(ConfigurationState, WithoutASharedDatabase) {
 }
 
 TEST(ConfigurationState, ChannelFormReadsTheFileItself) {
-  const ScratchFolder folder;
+  const TemporaryFolder folder;
   const std::string file = folder.Write("demo.cfg", Testing::Signed(DocumentWithEntries(
                                                         Entry("One", "1", "news"))));
   QuillmarBasebandConfigurationState state(file, "COMMON");

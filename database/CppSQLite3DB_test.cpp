@@ -9,7 +9,7 @@
 
 namespace {
 
-using QuillmarBasebandSDK::Testing::TemporaryFolder;
+using Framework::Testing::TemporaryFolder;
 
 constexpr int kBusyTimeoutMs = 10000;
 
@@ -54,7 +54,7 @@ TEST(CppSQLite3Exception, NamesTheCodeAndFormatsTheMessage) {
 class CppSQLite3DBTest : public ::testing::Test {
  protected:
   CppSQLite3DBTest() {
-    db_.open(folder_.Path().c_str());
+    db_.open(folder_.File("slots.db").c_str());
     db_.execDML(
         "create table T(Name text, Number int);"
         "insert into T values('one', 1); insert into T values(NULL, 2);");
@@ -146,13 +146,13 @@ TEST_F(CppSQLite3DBTest, ClosedOrUnopenableConnectionsThrow) {
 
   CppSQLite3DB nowhere(kBusyTimeoutMs);
   EXPECT_EQ("SQLITE_CANTOPEN[e]: unable to open database file",
-            FailureOf([&] { nowhere.open(folder_.Path("missing-folder/slots.db").c_str()); }));
+            FailureOf([&] { nowhere.open(folder_.File("missing-folder/slots.db").c_str()); }));
 }
 
 TEST_F(CppSQLite3DBTest, AWriterWaitsForTheBusyTimeOutThenThrowsBusy) {
   db_.execDML("BEGIN IMMEDIATE TRANSACTION;");
   CppSQLite3DB impatient(50);
-  impatient.open(folder_.Path().c_str());
+  impatient.open(folder_.File("slots.db").c_str());
   EXPECT_EQ("SQLITE_BUSY[5]: database is locked",
             FailureOf([&] { impatient.execDML("BEGIN IMMEDIATE TRANSACTION;"); }));
   db_.execDML("END TRANSACTION;");

@@ -1,6 +1,5 @@
 #include "database/DatabaseTestSupport.h"
 
-#include <stdlib.h>
 
 #include <filesystem>
 #include <stdexcept>
@@ -17,19 +16,6 @@ namespace {
 constexpr int kTestBusyTimeoutMs = 10000;
 
 }  // namespace
-
-TemporaryFolder::TemporaryFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "quillmar-db-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed: " + pattern);
-  folder_ = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(folder_, ignored);
-}
-
-std::string TemporaryFolder::Path(const std::string& name) const { return folder_ + "/" + name; }
 
 void ExecSql(const std::string& path, const std::string& sql) {
   CppSQLite3DB db(kTestBusyTimeoutMs);

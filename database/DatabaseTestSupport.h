@@ -9,23 +9,11 @@
 
 #include "database/CID_Timestamp_Lock_Record.h"
 #include "framework/LogSink.h"
+#include "framework/testing/TemporaryFolder.h"
 
 namespace QuillmarBasebandSDK::Testing {
 
-// A fresh folder under the system's temporary folder, removed with everything in it.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder();
-
-  // The path of `name` inside the folder; the default names the folder's database file.
-  std::string Path(const std::string& name = "slots.db") const;
-
- private:
-  std::string folder_;
-};
+using Framework::Testing::TemporaryFolder;
 
 // Runs `sql` (any number of statements) on the file at `path`, on a connection of its own.
 void ExecSql(const std::string& path, const std::string& sql);

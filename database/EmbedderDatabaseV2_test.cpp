@@ -50,7 +50,7 @@ class EmbedderDatabaseV2Test : public ::testing::Test {
   }
 
   TemporaryFolder folder_;
-  const std::string path_ = folder_.Path();
+  const std::string path_ = folder_.File("slots.db");
   std::shared_ptr<LogRecorder> log_ = LogRecorder::Attach();
   UtcClock::ScopedPin clock_{kNow};
   std::string err_;
@@ -145,7 +145,7 @@ TEST_F(EmbedderDatabaseV2Test, VersionOneFileIsConvertedAndItsOldTableInvalidate
   EXPECT_TRUE(log_->Has(EventLevel::Info, "Old database table invalidated. Conversion completed!"));
 
   // An empty first-schema table converts to the configured CIDs alone.
-  const std::string emptyPath = folder_.Path("empty-v1.db");
+  const std::string emptyPath = folder_.File("empty-v1.db");
   Testing::ExecSql(emptyPath, "create table TimeStampReservoir(CID int, TimestampHi int, "
                               "TimestampLo int);");
   EmbedderDatabaseV2 fromEmpty;
@@ -183,7 +183,7 @@ TEST_F(EmbedderDatabaseV2Test, InitRefusesFilesItCannotUse) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    const std::string path = folder_.Path(std::string(c.what) + ".db");
+    const std::string path = folder_.File(std::string(c.what) + ".db");
     if (c.setupSql != nullptr) {
       Testing::ExecSql(path, c.setupSql);
     } else {
@@ -204,7 +204,7 @@ TEST_F(EmbedderDatabaseV2Test, InitRefusesFilesItCannotUse) {
   }
 
   EmbedderDatabaseV2 nowhere;
-  const std::string missing = folder_.Path("no-such-folder/slots.db");
+  const std::string missing = folder_.File("no-such-folder/slots.db");
   EXPECT_FALSE(nowhere.Init(missing.c_str(), {1}, err_));
   EXPECT_EQ("EmbedderDatabaseV2::Init failed for DB " + missing +
                 "; SQL error code 14; SQL error message SQLITE_CANTOPEN[e]: unable to open "
@@ -230,7 +230,7 @@ TEST_F(EmbedderDatabaseV2Test, SecondInitKeepsItsPathAndAddsOnlyNewCids) {
                                           "not allocated, or already finalized!"));
   EXPECT_TRUE(Same(Plus(kNow, 600 * kSecond), Row(1).LockedTill));
 
-  const std::string other = folder_.Path("other.db");
+  const std::string other = folder_.File("other.db");
   EXPECT_FALSE(db.Init(other.c_str(), {4}, err_));
   EXPECT_EQ("EmbedderDatabaseV2::Init failed: shared database name mismatch " + other + " and " +
                 path_,
@@ -280,7 +280,7 @@ TEST_F(EmbedderDatabaseV2Test, AllocationTakesTheEarliestUsableCidWithinADay) {
   int file = 0;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    const std::string path = folder_.Path("case" + std::to_string(++file) + ".db");
+    const std::string path = folder_.File("case" + std::to_string(++file) + ".db");
     std::list<unsigned> configured;
     for (const Row& row : c.rows) configured.push_back(row.cid);
     EmbedderDatabaseV2 db;

@@ -142,7 +142,7 @@ TEST_F(ChannelConcurrencyTest, ChannelsInTwoProcessesNeverKeepOneCidForOverlappi
   configuration_.programs = {{"Demo", {101, 102}, {}}};
   const std::string config = WriteConfig();
   const auto runsFile = [this](int process) {
-    return folder_.Path("runs-" + std::to_string(process) + ".txt");
+    return folder_.File("runs-" + std::to_string(process) + ".txt");
   };
 
   // Forked while this process has one thread and no database connection.

@@ -60,7 +60,7 @@ class ChannelEncodationLogTest : public ChannelTest {
     channel.Embedder().SetProperty("EncodationLogFile", encodationLog_);
   }
 
-  const std::string encodationLog_ = folder_.Path("encodation.jsonl");
+  const std::string encodationLog_ = folder_.File("encodation.jsonl");
 };
 
 TEST_F(ChannelEncodationLogTest, TheRecordFollowsTheFinalisedSlot) {

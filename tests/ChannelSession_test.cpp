@@ -110,7 +110,7 @@ TEST_F(ChannelSessionTest, TheSlotLengthFollowsTheRequestedDuration) {
 
 TEST_F(ChannelSessionTest, AllocationRecoversWhenTheDatabaseBecomesReachable) {
   // The database's folder is a file until the third failure has been logged.
-  const std::filesystem::path blocked = folder_.Path("blocked");
+  const std::filesystem::path blocked = folder_.File("blocked");
   std::ofstream(blocked) << "not a folder";
   configuration_.sharedDatabase = (blocked / "slots.db").string();
   const std::string thirdFailure = std::string(kRetryPrefix) + "7" + kRetryMiddle;
@@ -149,8 +149,8 @@ TEST_F(ChannelSessionTest, TenFailedAttemptsEndInTheTimeslotError) {
     RecordingListener listener;
     TestChannel holder;
     if (c.reasonPrefix == kAccessFailure) {
-      std::ofstream(folder_.Path("blocked")) << "not a folder";
-      configuration_.sharedDatabase = folder_.Path("blocked/slots.db");
+      std::ofstream(folder_.File("blocked")) << "not a folder";
+      configuration_.sharedDatabase = folder_.File("blocked/slots.db");
     } else {
       configuration_.sharedDatabase = databasePath_;
       configuration_.programs = {{"Demo", {201}, {}}};
@@ -272,7 +272,7 @@ TEST_F(ChannelSessionTest, AFailedExtensionIsReportedAndRetriedOnEveryFrame) {
 TEST_F(ChannelSessionTest, EnergyReportsAtOrBelowMinusHalfCarryNoMeasurement) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
-  const std::string encodationLog = folder_.Path("encodation.jsonl");
+  const std::string encodationLog = folder_.File("encodation.jsonl");
   channel.Embedder().SetProperty("EncodationLogFile", encodationLog);
   auto& embedderSignal = channel.Embedder().GetEventSignal();
   embedderSignal.Raise(Framework::VWMEmbeddingEvent(-0.5f));

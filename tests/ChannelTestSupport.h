@@ -45,9 +45,9 @@ class ChannelTest : public ::testing::Test {
   std::vector<std::string> LogLines(Framework::EventLevel level) const;
   int LogCount(Framework::EventLevel level, const std::string& text) const;
 
-  QuillmarBasebandSDK::Testing::TemporaryFolder folder_;
-  const std::string databasePath_ = folder_.Path("slots.db");
-  const std::string configPath_ = folder_.Path("channel.json");
+  Framework::Testing::TemporaryFolder folder_;
+  const std::string databasePath_ = folder_.File("slots.db");
+  const std::string configPath_ = folder_.File("channel.json");
   TestConfiguration configuration_;
   RecordingListener listener_;
   Framework::Testing::ScopedLogRecording log_;

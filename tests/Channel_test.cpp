@@ -70,7 +70,7 @@ TEST_F(ChannelLifecycleTest, InitFailsWithoutAUsableConfigurationAndTouchesNoDat
     SCOPED_TRACE("the configuration file is missing");
     TestChannel channel;
     Configure(channel, 10);
-    channel->SetConfigFile(folder_.Path("missing.json"));
+    channel->SetConfigFile(folder_.File("missing.json"));
     EXPECT_FALSE(channel->InitProcessor());
     EXPECT_EQ(Strings{"Config file not found or invalid."}, listener_.Texts(Kind::Error));
     EXPECT_EQ(1, LogCount(EventLevel::Error,
@@ -100,7 +100,7 @@ TEST_F(ChannelLifecycleTest, InitFailsWithoutAUsableConfigurationAndTouchesNoDat
     EXPECT_EQ(QuillmarBasebandEmbedder::ErrorLicenseInvalidated, channel->GetLastError());
     EXPECT_EQ(licenceText, channel->GetLastErrorText());
   }
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder_.Path(""))) {
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder_.Path())) {
     EXPECT_NE(".db", entry.path().extension()) << entry.path();
   }
 }

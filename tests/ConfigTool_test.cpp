@@ -15,7 +15,7 @@ namespace QuillmarBasebandSDK {
 namespace {
 
 using Testing::ExamplesFolder;
-using Testing::ScratchFolder;
+using Testing::TemporaryFolder;
 
 struct ToolRun {
   int status = -1;
@@ -33,7 +33,7 @@ std::vector<std::string> Lines(const std::string& path) {
 std::string Quoted(const std::string& text) { return "'" + text + "'"; }
 
 // Runs quillmar with `arguments` (already quoted where needed).
-ToolRun Quillmar(const ScratchFolder& folder, const std::string& arguments) {
+ToolRun Quillmar(const TemporaryFolder& folder, const std::string& arguments) {
   const char* buildDir = std::getenv("QUILLMAR_BUILD_DIR");
   const std::string tool = std::string(buildDir != nullptr ? buildDir : ".") + "/bin/quillmar";
   const std::string out = (folder.Path() / "stdout").string();
@@ -55,7 +55,7 @@ std::string Checksum(const std::string& path) {
 }
 
 TEST(ConfigTool, CheckPrintsTheChecksumOrTheReadersError) {
-  const ScratchFolder folder;
+  const TemporaryFolder folder;
   for (const char* name : {"demo.json", "news.json", "windows_path.json", "legacy.cfg",
                            "legacy.ccf"}) {
     const ToolRun run = Quillmar(folder, "config check " + Quoted(Example(name)));
@@ -85,7 +85,7 @@ TEST(ConfigTool, CheckPrintsTheChecksumOrTheReadersError) {
 }
 
 TEST(ConfigTool, SignChangesOnlyTheChecksum) {
-  const ScratchFolder folder;
+  const TemporaryFolder folder;
   std::string original;
   ASSERT_TRUE(ConfigurationReader::ReadFile(Example("metadata_fields.json"), original));
   std::string stale = original;
@@ -116,7 +116,7 @@ TEST(ConfigTool, SignChangesOnlyTheChecksum) {
 }
 
 TEST(ConfigTool, ShowListsThePrograms) {
-  const ScratchFolder folder;
+  const TemporaryFolder folder;
   const ToolRun table = Quillmar(folder, "config show " + Quoted(Example("demo.json")));
   ASSERT_EQ(table.status, 0);
   const auto has = [&](const std::string& start) {

@@ -51,7 +51,7 @@ class DbShowCommand : public ::testing::Test {
   }
 
   TemporaryFolder folder_;
-  const std::string path_ = folder_.Path();
+  const std::string path_ = folder_.File("slots.db");
 };
 
 TEST_F(DbShowCommand, PrintsEveryCidWithItsTimesAsJsonAndAsATable) {
@@ -75,11 +75,11 @@ TEST_F(DbShowCommand, PrintsEveryCidWithItsTimesAsJsonAndAsATable) {
 }
 
 TEST_F(DbShowCommand, LeavesFilesItCannotShowAsTheyAre) {
-  const std::string missing = folder_.Path("missing.db");
+  const std::string missing = folder_.File("missing.db");
   EXPECT_NE(0, Quillmar("db show " + missing + " 2>/dev/null").status);
   EXPECT_FALSE(std::filesystem::exists(missing)) << "showing must not create the file";
 
-  const std::string old = folder_.Path("version1.db");
+  const std::string old = folder_.File("version1.db");
   Testing::ExecSql(old, "create table TimeStampReservoir(CID int, TimestampHi int, TimestampLo int);");
   const ToolRun run = Quillmar("db show " + old + " --json");
   ASSERT_EQ(0, run.status);

@@ -98,7 +98,7 @@ int RunSessions(const std::string& path, const std::string& logPath, unsigned se
 SessionLog ReadSessionLogs(const TemporaryFolder& folder, int processes) {
   SessionLog all;
   for (int process = 0; process < processes; ++process) {
-    std::ifstream log(folder.Path("sessions-" + std::to_string(process) + ".log"));
+    std::ifstream log(folder.File("sessions-" + std::to_string(process) + ".log"));
     std::string line;
     while (std::getline(log, line)) {
       std::istringstream fields(line);
@@ -152,7 +152,7 @@ int StartWorkers(const TemporaryFolder& folder, int first, int count, int cycles
                  std::vector<std::unique_ptr<ChildProcess>>& children) {
   for (int process = first; process < first + count; ++process) {
     children.push_back(std::make_unique<ChildProcess>([&folder, process, cycles] {
-      return RunSessions(folder.Path(), folder.Path("sessions-" + std::to_string(process) + ".log"),
+      return RunSessions(folder.File("slots.db"), folder.File("sessions-" + std::to_string(process) + ".log"),
                          static_cast<unsigned>(process) * 7919u + 1u, cycles);
     }));
   }
@@ -172,8 +172,8 @@ TEST(TimeSlotProcesses, ConcurrentSessionsNeverKeepOverlappingTimesOfOneCid) {
   EXPECT_EQ(kProcesses * kCyclesPerProcess,
             static_cast<int>(sessions.kept.size()) + sessions.refusals);
   EXPECT_GT(sessions.kept.size(), static_cast<std::size_t>(kProcesses * kCyclesPerProcess / 2));
-  EXPECT_EQ(kCids.size(), Testing::ReadSlots(folder.Path()).size());
-  ExpectFileConsistentAndUnlocked(folder.Path());
+  EXPECT_EQ(kCids.size(), Testing::ReadSlots(folder.File("slots.db")).size());
+  ExpectFileConsistentAndUnlocked(folder.File("slots.db"));
 }
 
 // Writes one byte to `pipe` when the process logs that its row update ran, then waits to be
@@ -196,7 +196,7 @@ class StopInsideTransaction : public Framework::LogSink {
 
 TEST(TimeSlotProcesses, KillingTheLockHolderMidTransactionLeavesAUsableFile) {
   TemporaryFolder folder;
-  const std::string path = folder.Path();
+  const std::string path = folder.File("slots.db");
   {
     EmbedderDatabaseV2 setup;
     std::string err;
