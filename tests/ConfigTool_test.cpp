@@ -10,41 +10,20 @@
 
 #include "config/ConfigTestSupport.h"
 #include "config/ConfigurationReader.h"
+#include "tests/ToolRun.h"
 
 namespace QuillmarBasebandSDK {
 namespace {
 
 using Testing::ExamplesFolder;
 using Testing::TemporaryFolder;
+using Quillmar::Testing::Quoted;
+using Quillmar::Testing::RunQuillmar;
+using Quillmar::Testing::ToolRun;
 
-struct ToolRun {
-  int status = -1;
-  std::vector<std::string> out;
-  std::vector<std::string> err;
-};
-
-std::vector<std::string> Lines(const std::string& path) {
-  std::ifstream file(path);
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(file, line);) lines.push_back(line);
-  return lines;
-}
-
-std::string Quoted(const std::string& text) { return "'" + text + "'"; }
-
-// Runs quillmar with `arguments` (already quoted where needed).
+// Runs quillmar with `arguments` (already quoted where needed) in `folder`.
 ToolRun Quillmar(const TemporaryFolder& folder, const std::string& arguments) {
-  const char* buildDir = std::getenv("QUILLMAR_BUILD_DIR");
-  const std::string tool = std::string(buildDir != nullptr ? buildDir : ".") + "/bin/quillmar";
-  const std::string out = (folder.Path() / "stdout").string();
-  const std::string err = (folder.Path() / "stderr").string();
-  ToolRun run;
-  const int raw = std::system((Quoted(tool) + " " + arguments + " >" + Quoted(out) + " 2>" +
-                               Quoted(err)).c_str());
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  run.out = Lines(out);
-  run.err = Lines(err);
-  return run;
+  return RunQuillmar(arguments, folder.Path());
 }
 
 std::string Example(const std::string& name) { return (ExamplesFolder() / name).string(); }
@@ -60,8 +39,8 @@ TEST(ConfigTool, CheckPrintsTheChecksumOrTheReadersError) {
                            "legacy.ccf"}) {
     const ToolRun run = Quillmar(folder, "config check " + Quoted(Example(name)));
     EXPECT_EQ(run.status, 0) << name;
-    ASSERT_FALSE(run.out.empty()) << name;
-    EXPECT_EQ(run.out.front(), Checksum(Example(name))) << name;
+    ASSERT_FALSE(run.OutLines().empty()) << name;
+    EXPECT_EQ(run.OutLines().front(), Checksum(Example(name))) << name;
   }
   std::string bytes;
   ASSERT_TRUE(ConfigurationReader::ReadFile(Example("demo.json"), bytes));
@@ -76,11 +55,12 @@ TEST(ConfigTool, CheckPrintsTheChecksumOrTheReadersError) {
     ASSERT_FALSE(reader.Load(true));
     const ToolRun run = Quillmar(folder, "config check " + Quoted(path));
     EXPECT_EQ(run.status, 1) << c.name;
-    ASSERT_FALSE(run.err.empty()) << c.name;
-    EXPECT_EQ(run.err.back(), reader.ErrorText()) << c.name;
+    ASSERT_FALSE(run.ErrLines().empty()) << c.name;
+    EXPECT_EQ(run.ErrLines().back(), reader.ErrorText()) << c.name;
   }
   EXPECT_EQ(Quillmar(folder, "config check " + Quoted(folder.Path().string() + "/absent.json"))
-                .err.back(),
+                .ErrLines()
+                .back(),
             folder.Path().string() + "/absent.json not found");
 }
 
@@ -120,7 +100,7 @@ TEST(ConfigTool, ShowListsThePrograms) {
   const ToolRun table = Quillmar(folder, "config show " + Quoted(Example("demo.json")));
   ASSERT_EQ(table.status, 0);
   const auto has = [&](const std::string& start) {
-    for (const auto& line : table.out) {
+    for (const auto& line : table.OutLines()) {
       if (line.rfind(start, 0) == 0) return true;
     }
     return false;
@@ -134,8 +114,8 @@ TEST(ConfigTool, ShowListsThePrograms) {
   const ToolRun json =
       Quillmar(folder, "config show --json " + Quoted((folder.Path() / "root").string()));
   ASSERT_EQ(json.status, 0);
-  ASSERT_EQ(json.out.size(), 1u);
-  const auto shown = boost::json::parse(json.out.front());
+  ASSERT_EQ(json.OutLines().size(), 1u);
+  const auto shown = boost::json::parse(json.OutLines().front());
   EXPECT_EQ(shown.at("sharedDatabase"), "quillmar-spots-timeslots.db");
   const auto& programs = shown.at("programs").as_array();
   ASSERT_EQ(programs.size(), 2u);

@@ -10,6 +10,7 @@
 #include "database/DatabaseTestSupport.h"
 #include "database/EmbedderDatabaseV2.h"
 #include "database/UtcClock.h"
+#include "tests/ToolRun.h"
 
 namespace QuillmarBasebandSDK {
 namespace {
@@ -18,23 +19,9 @@ using Testing::TemporaryFolder;
 
 constexpr SYSTEMTIME kNow{2026, 11, 6, 21, 8, 0, 0, 250};
 
-struct ToolRun {
-  int status;
-  std::string out;
-};
-
-// Runs the quillmar tool of this build with `arguments`; standard error is left to the test log.
-ToolRun Quillmar(const std::string& arguments) {
-  const char* buildDir = std::getenv("QUILLMAR_BUILD_DIR");
-  const std::string tool = std::string(buildDir != nullptr ? buildDir : ".") + "/bin/quillmar";
-  FILE* pipe = popen((tool + " " + arguments).c_str(), "r");
-  if (pipe == nullptr) return {-1, ""};
-  ToolRun run{0, ""};
-  char buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) run.out.append(buffer, n);
-  const int raw = pclose(pipe);
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return run;
+// Runs quillmar with `arguments`; standard error is left to the test log.
+Quillmar::Testing::ToolRun Quillmar(const std::string& arguments) {
+  return Quillmar::Testing::RunQuillmar(arguments, std::filesystem::current_path());
 }
 
 class DbShowCommand : public ::testing::Test {
@@ -55,7 +42,7 @@ class DbShowCommand : public ::testing::Test {
 };
 
 TEST_F(DbShowCommand, PrintsEveryCidWithItsTimesAsJsonAndAsATable) {
-  const ToolRun json = Quillmar("db show " + path_ + " --json");
+  const Quillmar::Testing::ToolRun json = Quillmar("db show " + path_ + " --json");
   ASSERT_EQ(0, json.status) << json.out;
   const boost::json::value expected = boost::json::parse(
       R"({"path":")" + path_ + R"(","schemaVersion":2,"cids":[)"
@@ -64,7 +51,7 @@ TEST_F(DbShowCommand, PrintsEveryCidWithItsTimesAsJsonAndAsATable) {
       R"({"cid":9,"allocatedTill":"2026-11-21T08:00:30Z","lockedTill":"not locked"}]})");
   EXPECT_EQ(expected, boost::json::parse(json.out));
 
-  const ToolRun table = Quillmar("db show " + path_);
+  const Quillmar::Testing::ToolRun table = Quillmar("db show " + path_);
   ASSERT_EQ(0, table.status);
   EXPECT_EQ(path_ + ": schema version 2\n"
                     "CID         allocated till          locked till\n"
@@ -76,12 +63,12 @@ TEST_F(DbShowCommand, PrintsEveryCidWithItsTimesAsJsonAndAsATable) {
 
 TEST_F(DbShowCommand, LeavesFilesItCannotShowAsTheyAre) {
   const std::string missing = folder_.File("missing.db");
-  EXPECT_NE(0, Quillmar("db show " + missing + " 2>/dev/null").status);
+  EXPECT_NE(0, Quillmar("db show " + missing).status);
   EXPECT_FALSE(std::filesystem::exists(missing)) << "showing must not create the file";
 
   const std::string old = folder_.File("version1.db");
   Testing::ExecSql(old, "create table TimeStampReservoir(CID int, TimestampHi int, TimestampLo int);");
-  const ToolRun run = Quillmar("db show " + old + " --json");
+  const Quillmar::Testing::ToolRun run = Quillmar("db show " + old + " --json");
   ASSERT_EQ(0, run.status);
   EXPECT_EQ(boost::json::parse(R"({"path":")" + old + R"(","schemaVersion":1,"cids":[]})"),
             boost::json::parse(run.out));

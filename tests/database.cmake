@@ -11,7 +11,7 @@ endif()
 if(TARGET QuillmarDatabase AND TARGET quillmar)
   quillmar_add_test(database_tool_test
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/DbShowCommand_test.cpp
-    LIBS QuillmarDatabaseTestSupport Boost::json
+    LIBS QuillmarDatabaseTestSupport QuillmarToolRun Boost::json
   )
   add_dependencies(database_tool_test quillmar)
 endif()

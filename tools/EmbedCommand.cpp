@@ -44,6 +44,12 @@ struct EmbedOptions {
   std::vector<std::string> metadata;
 };
 
+// A configuration or program that cannot be used, found before the channel is made.
+class ConfigurationProblem : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 std::atomic<bool> interrupted{false};
 
 extern "C" void OnInterrupt(int) { interrupted = true; }
@@ -78,7 +84,7 @@ struct ProgramCids {
 ProgramCids CidsFromConfiguration(const std::string& configFile, const std::string& program) {
   QuillmarBasebandSDK::QuillmarBasebandConfigurationState state(configFile, "COMMON");
   if (!state.ParseConfiguration(true)) {
-    throw std::runtime_error("configuration " + configFile + ": " + state.GetErrorText());
+    throw ConfigurationProblem("configuration " + configFile + ": " + state.GetErrorText());
   }
   ProgramCids cids;
   bool found = false;
@@ -89,7 +95,7 @@ ProgramCids CidsFromConfiguration(const std::string& configFile, const std::stri
     }
     found = found || entry.name == program;
   }
-  if (!found) throw std::runtime_error("program " + program + " is not in " + configFile);
+  if (!found) throw ConfigurationProblem("program " + program + " is not in " + configFile);
   cids.inConfiguration.sort();
   cids.inConfiguration.unique();
   return cids;
@@ -255,6 +261,9 @@ void AddEmbedCommand(CLI::App& app) {
         throw std::invalid_argument("--json and -o - both want standard output");
       }
       PrintSummary(RunSession(*options), options->json);
+    } catch (const ConfigurationProblem& problem) {
+      std::cerr << "quillmar embed: " << problem.what() << std::endl;
+      SetExitStatus(kExitConfiguration);
     } catch (const std::exception& error) {
       std::cerr << "quillmar embed: " << error.what() << std::endl;
       if (ExitStatus() == 0) SetExitStatus(kExitFailure);

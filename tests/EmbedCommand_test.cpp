@@ -1,0 +1,123 @@
+// quillmar embed and quillmar detect, run as a user runs them: separate processes, in a folder
+// holding a copy of the example configuration, its time-slot file and its logs.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <boost/json.hpp>
+#include <cstring>
+#include <fstream>
+#include <regex>
+
+#include "framework/testing/TemporaryFolder.h"
+#include "tests/ToolRun.h"
+
+namespace Quillmar::Testing {
+namespace {
+
+std::string ReadFile(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+class EmbedCommand : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::copy_file(std::filesystem::path(QUILLMAR_SOURCE_DIR) / "examples/demo.json",
+                               folder_.Path() / "channel.json");
+  }
+
+  ToolRun Embed(const std::string& arguments) {
+    return RunQuillmar("embed --config channel.json --program Demo " + arguments, folder_.Path());
+  }
+
+  bool ErrorLineContains(const ToolRun& run, const std::string& text) const {
+    for (const auto& line : run.ErrLines()) {
+      if (line.rfind("error: ", 0) == 0 && line.find(text) != std::string::npos) return true;
+    }
+    return false;
+  }
+
+  Framework::Testing::TemporaryFolder folder_;
+};
+
+TEST_F(EmbedCommand, ASessionPrintsItsSummaryAndWritesItsRecord) {
+  const ToolRun run = Embed("--duration 2 --synthetic 64x36@25 --seconds 2 --json --meta itemid=X-1");
+  ASSERT_EQ(0, run.status) << run.err;
+  ASSERT_EQ(1u, run.OutLines().size()) << run.out;
+  const auto summary = boost::json::parse(run.OutLines().front()).as_object();
+  EXPECT_EQ(101, summary.at("cid").to_number<int>());
+  EXPECT_EQ(50, summary.at("frames").to_number<int>());
+  EXPECT_EQ(2, summary.at("embedded_seconds").to_number<int>());
+  EXPECT_EQ((2 * 30 + 23) / 24 + 61, summary.at("reserved_seconds").to_number<int>());
+  EXPECT_TRUE(std::regex_match(std::string(summary.at("start").as_string()),
+                               std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)")));
+  EXPECT_TRUE(summary.contains("average_energy"));
+
+  const auto records = ReadFile(folder_.Path() / "Logs/EncodationLog.jsonl");
+  const auto record = boost::json::parse(records.substr(0, records.find('\n'))).as_object();
+  EXPECT_EQ(101, record.at("CID").to_number<int>());
+  EXPECT_EQ("X-1", record.at("Metadata").at("itemid").as_string());
+
+  // The slot is taken: the next session gets the next CID.
+  const ToolRun next = Embed("--synthetic 64x36@25 --seconds 1 --json");
+  ASSERT_EQ(0, next.status) << next.err;
+  EXPECT_EQ(102, boost::json::parse(next.OutLines().front()).at("cid").to_number<int>());
+}
+
+TEST_F(EmbedCommand, FramesGoThroughFilesAndPipes) {
+  ASSERT_EQ(0, Embed("--synthetic 64x36@25 --seconds 1 -o first.y4m").status);
+  const std::string first = ReadFile(folder_.Path() / "first.y4m");
+  const std::size_t frameBytes = std::string("FRAME\n").size() + 64 * 36 * 3 / 2;
+  const std::size_t header = first.find('\n') + 1;
+  EXPECT_EQ(0u, first.rfind("YUV4MPEG2 W64 H36 F25:1", 0));
+  EXPECT_EQ(header + 25 * frameBytes, first.size());
+
+  const ToolRun piped = Embed("-i - -o - < first.y4m");
+  ASSERT_EQ(0, piped.status) << piped.err;
+  EXPECT_EQ(first.size(), piped.out.size());
+  EXPECT_EQ(0u, piped.out.rfind("YUV4MPEG2 W64 H36 F25:1", 0));
+}
+
+TEST_F(EmbedCommand, FailuresExitWithTheirStatusAndTheListenersText) {
+  const ToolRun unknownProgram =
+      RunQuillmar("embed --config channel.json --program Nope --synthetic 64x36@25", folder_.Path());
+  EXPECT_EQ(3, unknownProgram.status);
+  EXPECT_NE(std::string::npos, unknownProgram.err.find("program Nope is not in channel.json"));
+
+  const ToolRun missingConfig =
+      RunQuillmar("embed --config absent.json --program Demo --synthetic 64x36@25", folder_.Path());
+  EXPECT_EQ(3, missingConfig.status);
+
+  // A shared database path that names a folder: every allocation attempt fails.
+  std::string text = ReadFile(folder_.Path() / "channel.json");
+  text.replace(text.find("quillmar-demo-timeslots.db"), std::strlen("quillmar-demo-timeslots.db"),
+               "blocked");
+  std::ofstream(folder_.Path() / "channel.json", std::ios::binary | std::ios::trunc) << text;
+  std::filesystem::create_directory(folder_.Path() / "blocked");
+  ASSERT_EQ(0, RunQuillmar("config sign channel.json", folder_.Path()).status);
+  const ToolRun noSlot = Embed("--synthetic 64x36@25 --seconds 1");
+  EXPECT_EQ(4, noSlot.status);
+  EXPECT_TRUE(ErrorLineContains(
+      noSlot, "QuillmarBasebandSDKChannel::AllocateEmbeddingTimeslot - error in accessing shared database."))
+      << noSlot.err;
+
+  EXPECT_EQ(1, Embed("--synthetic 64x36@25 --json -o -").status);
+}
+
+TEST_F(EmbedCommand, AnInvalidLicenceIsReportedWithItsOwnStatus) {
+  ::setenv("QUILLMAR_LICENSE_INVALID", "1", 1);
+  const ToolRun run = Embed("--synthetic 64x36@25 --seconds 1");
+  ::unsetenv("QUILLMAR_LICENSE_INVALID");
+  EXPECT_EQ(5, run.status);
+  EXPECT_TRUE(ErrorLineContains(run, "The licence of QuillmarBasebandSDK 1.0 is not valid.")) << run.err;
+}
+
+TEST(DetectCommand, FindsNoWatermarkInUnmarkedVideo) {
+  const Framework::Testing::TemporaryFolder folder;
+  const ToolRun run = RunQuillmar("detect --synthetic 160x90@25 --seconds 2 --json", folder.Path());
+  EXPECT_EQ(0, run.status) << run.err;
+  EXPECT_EQ("", run.out);
+}
+
+}  // namespace
+}  // namespace Quillmar::Testing
