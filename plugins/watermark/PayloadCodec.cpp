@@ -1,0 +1,54 @@
+#include "PayloadCodec.h"
+
+#include <boost/crc.hpp>
+
+namespace Lumenseal {
+namespace {
+
+// CRC-15 with the CAN polynomial; the non-zero initial value keeps an all-zero word invalid.
+using Crc15 = boost::crc_optimal<PayloadCodec::kCrcBits, 0x4599, 0x7FFF, 0, false, false>;
+constexpr int kValueBits = 32;
+constexpr std::uint64_t kCrcMask = (std::uint64_t{1} << PayloadCodec::kCrcBits) - 1;
+constexpr std::uint64_t kValueMask = (std::uint64_t{1} << kValueBits) - 1;
+
+std::uint64_t Crc(WordKind kind, std::uint32_t value) {
+  const unsigned char bytes[] = {
+      static_cast<unsigned char>(kind),        static_cast<unsigned char>(value >> 24),
+      static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 8),
+      static_cast<unsigned char>(value)};
+  Crc15 crc;
+  crc.process_bytes(bytes, sizeof bytes);
+  return crc.checksum();
+}
+
+bool IsTimeSecond(std::int64_t timestamp) { return (timestamp & 1) != 0; }
+
+}  // namespace
+
+PayloadWord PayloadCodec::WordForSecond(std::uint32_t cid, std::int64_t timestamp) {
+  if (IsTimeSecond(timestamp)) {
+    return {WordKind::Time, static_cast<std::uint32_t>(timestamp)};
+  }
+  return {WordKind::Cid, cid};
+}
+
+std::uint64_t PayloadCodec::Encode(const PayloadWord& word) {
+  const std::uint64_t kindBit = word.kind == WordKind::Time ? 1 : 0;
+  return kindBit << (kValueBits + kCrcBits) | std::uint64_t{word.value} << kCrcBits |
+         Crc(word.kind, word.value);
+}
+
+std::optional<PayloadWord> PayloadCodec::Decode(std::uint64_t bits) {
+  if (bits >> kWordBits != 0) return std::nullopt;
+  const PayloadWord word{(bits >> (kValueBits + kCrcBits)) != 0 ? WordKind::Time : WordKind::Cid,
+                         static_cast<std::uint32_t>((bits >> kCrcBits) & kValueMask)};
+  if (Crc(word.kind, word.value) != (bits & kCrcMask)) return std::nullopt;
+  if (word.kind == WordKind::Time && !IsTimeSecond(TimestampOf(word))) return std::nullopt;
+  return word;
+}
+
+std::int32_t PayloadCodec::TimestampOf(const PayloadWord& word) {
+  return static_cast<std::int32_t>(word.value);
+}
+
+}  // namespace Lumenseal

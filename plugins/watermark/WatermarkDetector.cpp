@@ -1,0 +1,247 @@
+#include "WatermarkDetector.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "WatermarkLayout.h"
+
+namespace Lumenseal {
+namespace {
+
+constexpr int kCorrelationShift = 2 * WatermarkLayout::kShapeScaleBits;
+// Weight of the earlier seconds in the search for the second boundary.
+constexpr double kPhaseMemory = 0.8;
+// Unconfirmed words kept, and how far apart (in seconds) two words may be to confirm each other.
+constexpr std::size_t kUnconfirmedKept = 4;
+constexpr std::int64_t kMaxPairSeconds = 3;
+// How far (in windows) a word's window end may be from a whole number of seconds after another's.
+constexpr double kBoundaryTolerance = 0.25;
+constexpr int kMismatchesToUnlock = 2;
+// Bit-sum signal-to-noise ratios that map to quality 0 (noise alone) and quality 1.
+constexpr double kNoiseSnr = 1.33;
+constexpr double kFullQualitySnr = 4.0;
+
+double Quality(const std::vector<double>& sums) {
+  const double count = static_cast<double>(sums.size());
+  double mean = 0.0;
+  for (double sum : sums) mean += std::abs(sum);
+  mean /= count;
+  double variance = 0.0;
+  for (double sum : sums) variance += (std::abs(sum) - mean) * (std::abs(sum) - mean);
+  const double spread = std::sqrt(variance / count);
+  if (spread <= 0.0) return 1.0;
+  return std::clamp((mean / spread - kNoiseSnr) / (kFullQualitySnr - kNoiseSnr), 0.0, 1.0);
+}
+
+}  // namespace
+
+WatermarkDetector::WatermarkDetector(std::uint64_t seed, double frameRate)
+    : seed_(seed),
+      frameRate_(frameRate > 0.0 ? frameRate : 25.0),
+      window_(std::max(1, static_cast<int>(std::lround(frameRate_)))),
+      bitSums_(PayloadCodec::kWordBits, 0.0),
+      phaseSum_(static_cast<std::size_t>(window_), 0.0),
+      phaseWeight_(static_cast<std::size_t>(window_), 0.0),
+      phaseEnergy_(static_cast<std::size_t>(window_), 0.0) {}
+
+WatermarkDetector::~WatermarkDetector() = default;
+
+double WatermarkDetector::SyncScore() const {
+  return history_.empty() ? 0.0 : syncSum_ / static_cast<double>(history_.size());
+}
+
+double WatermarkDetector::MediaTime(std::int64_t frame) const {
+  return static_cast<double>(frame) / frameRate_;
+}
+
+DetectorReport WatermarkDetector::ProcessFrame(const Framework::Frame& frame) {
+  DetectorReport report;
+  const auto& format = frame.GetFormat();
+  Configure(format.GetPlaneWidth(0), format.GetPlaneHeight(0));
+  Slide(Measure(frame));
+  if (IsSecondEnd()) DecodeWindow(report);
+  UpdatePresence(!report.detections.empty(), report);
+  ++frameCount_;
+  return report;
+}
+
+void WatermarkDetector::Configure(int width, int height) {
+  if (layout_ && layout_->Width() == width && layout_->Height() == height) return;
+  layout_ = std::make_unique<WatermarkLayout>(seed_, width, height);
+  cellCorrelations_.assign(static_cast<std::size_t>(layout_->CellCount()), 0);
+  history_.clear();
+  std::fill(bitSums_.begin(), bitSums_.end(), 0.0);
+  syncSum_ = 0.0;
+  std::fill(phaseSum_.begin(), phaseSum_.end(), 0.0);
+  std::fill(phaseWeight_.begin(), phaseWeight_.end(), 0.0);
+  std::fill(phaseEnergy_.begin(), phaseEnergy_.end(), 0.0);
+}
+
+WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Frame& frame) {
+  const int size = layout_->CellSize();
+  const int columns = layout_->Columns();
+  const std::int32_t* profile = layout_->Profile().data();
+  const std::uint8_t* luma = frame.GetPlane(0);
+  const int pitch = frame.GetPitch(0);
+  std::fill(cellCorrelations_.begin(), cellCorrelations_.end(), 0);
+  for (int y = 0; y < layout_->Rows() * size; ++y) {
+    const std::uint8_t* row = luma + static_cast<std::ptrdiff_t>(y) * pitch;
+    std::int64_t* correlations = cellCorrelations_.data() + static_cast<std::ptrdiff_t>(y / size) * columns;
+    const std::int64_t rowProfile = profile[y % size];
+    for (int column = 0; column < columns; ++column) {
+      const std::uint8_t* samples = row + column * size;
+      std::int32_t dot = 0;
+      for (int x = 0; x < size; ++x) dot += profile[x] * samples[x];
+      correlations[column] += rowProfile * dot;
+    }
+  }
+
+  FrameMeasure measure;
+  measure.bits.assign(PayloadCodec::kWordBits, 0.0);
+  const double toAmplitude =
+      1.0 / (std::ldexp(1.0, kCorrelationShift) * layout_->ProfileEnergy() * layout_->ProfileEnergy());
+  double syncSum = 0.0;
+  double syncSquares = 0.0;
+  for (int cell = 0; cell < layout_->CellCount(); ++cell) {
+    const double amplitude = static_cast<double>(cellCorrelations_[static_cast<std::size_t>(cell)]) * toAmplitude;
+    const double vote = layout_->Sign(cell) * std::clamp(amplitude, -kClipAmplitude, kClipAmplitude);
+    const int channel = layout_->Channel(cell);
+    if (channel == WatermarkLayout::kSyncChannel) {
+      syncSum += vote;
+      syncSquares += vote * vote;
+    } else {
+      measure.bits[static_cast<std::size_t>(channel - 1)] += vote / layout_->CellsOf(channel);
+    }
+  }
+  const double syncCells = layout_->CellsOf(WatermarkLayout::kSyncChannel);
+  if (syncCells > 1) {
+    const double mean = syncSum / syncCells;
+    const double variance = std::max(syncSquares / syncCells - mean * mean, 1e-12);
+    measure.syncScore = mean / std::sqrt(variance / syncCells);
+  }
+  return measure;
+}
+
+void WatermarkDetector::Slide(FrameMeasure measure) {
+  if (static_cast<int>(history_.size()) == window_) {
+    const FrameMeasure& oldest = history_.front();
+    for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] -= oldest.bits[bit];
+    syncSum_ -= oldest.syncScore;
+    history_.pop_front();
+  }
+  for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] += measure.bits[bit];
+  syncSum_ += measure.syncScore;
+  history_.push_back(std::move(measure));
+}
+
+bool WatermarkDetector::IsSecondEnd() {
+  if (static_cast<int>(history_.size()) < window_) return false;
+  double energy = 0.0;
+  for (double sum : bitSums_) energy += std::abs(sum);
+  const auto phase = static_cast<std::size_t>(frameCount_ % window_);
+  phaseWeight_[phase] = kPhaseMemory * phaseWeight_[phase] + 1.0;
+  phaseSum_[phase] = kPhaseMemory * phaseSum_[phase] + energy;
+  phaseEnergy_[phase] = phaseSum_[phase] / phaseWeight_[phase];
+  const auto best = static_cast<std::size_t>(
+      std::max_element(phaseEnergy_.begin(), phaseEnergy_.end()) - phaseEnergy_.begin());
+  return best == phase;
+}
+
+void WatermarkDetector::DecodeWindow(DetectorReport& report) {
+  std::uint64_t bits = 0;
+  for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) {
+    bits = bits << 1 | (bitSums_[bit] > 0.0 ? 1u : 0u);
+  }
+  const auto word = PayloadCodec::Decode(bits);
+  if (!word) return;
+  Confirm(DecodedWord{*word, frameCount_, Quality(bitSums_)}, report);
+}
+
+void WatermarkDetector::Confirm(const DecodedWord& decoded, DetectorReport& report) {
+  // While the second boundary is still being found, a later window of the same second may decode
+  // too: the one chosen later is the better aligned.
+  const std::int64_t sameSecond = window_ / 2;
+  if (locked_ && decoded.endFrame - lockFrame_ <= sameSecond) return;
+  if (!unconfirmed_.empty() && decoded.endFrame - unconfirmed_.back().endFrame <= sameSecond) {
+    unconfirmed_.pop_back();
+  }
+  if (locked_) {
+    const std::int64_t seconds =
+        std::llround(static_cast<double>(decoded.endFrame - lockFrame_) / window_);
+    const std::int64_t expected = lockTimestamp_ + seconds;
+    const bool consistent = decoded.word.kind == WordKind::Cid
+                                ? decoded.word.value == lockCid_ && expected % 2 == 0
+                                : PayloadCodec::TimestampOf(decoded.word) == expected;
+    if (consistent) {
+      mismatches_ = 0;
+      Emit(lockCid_, expected, decoded, report);
+      return;
+    }
+    if (++mismatches_ < kMismatchesToUnlock) {
+      unconfirmed_.push_back(decoded);
+      return;
+    }
+    locked_ = false;
+  }
+  if (PairUp(decoded, report)) return;
+  unconfirmed_.push_back(decoded);
+  if (unconfirmed_.size() > kUnconfirmedKept) unconfirmed_.pop_front();
+}
+
+bool WatermarkDetector::PairUp(const DecodedWord& decoded, DetectorReport& report) {
+  for (auto earlier = unconfirmed_.rbegin(); earlier != unconfirmed_.rend(); ++earlier) {
+    const std::int64_t frames = decoded.endFrame - earlier->endFrame;
+    const std::int64_t seconds = std::llround(static_cast<double>(frames) / window_);
+    if (seconds < 1 || seconds > kMaxPairSeconds ||
+        std::abs(frames - seconds * window_) > std::max<std::int64_t>(1, std::llround(kBoundaryTolerance * window_))) {
+      continue;
+    }
+    if (earlier->word.kind == decoded.word.kind) continue;
+    const bool laterIsTime = decoded.word.kind == WordKind::Time;
+    const DecodedWord& time = laterIsTime ? decoded : *earlier;
+    const DecodedWord& cid = laterIsTime ? *earlier : decoded;
+    const std::int64_t cidTimestamp =
+        PayloadCodec::TimestampOf(time.word) + (laterIsTime ? -seconds : seconds);
+    if (cidTimestamp % 2 != 0) continue;
+    const DecodedWord first = *earlier;
+    const std::int64_t firstTimestamp = laterIsTime ? cidTimestamp : PayloadCodec::TimestampOf(time.word);
+    locked_ = true;
+    lockCid_ = cid.word.value;
+    mismatches_ = 0;
+    unconfirmed_.clear();
+    Emit(lockCid_, firstTimestamp, first, report);
+    Emit(lockCid_, firstTimestamp + seconds, decoded, report);
+    return true;
+  }
+  return false;
+}
+
+void WatermarkDetector::Emit(std::uint32_t cid, std::int64_t timestamp, const DecodedWord& decoded,
+                             DetectorReport& report) {
+  lockFrame_ = decoded.endFrame;
+  lockTimestamp_ = timestamp;
+  report.detections.push_back(Detection{cid, static_cast<std::int32_t>(timestamp), decoded.quality,
+                                        MediaTime(decoded.endFrame - window_ + 1)});
+}
+
+void WatermarkDetector::UpdatePresence(bool confirmed, DetectorReport& report) {
+  const bool fullWindow = static_cast<int>(history_.size()) == window_;
+  const double score = SyncScore();
+  if (confirmed || (fullWindow && score >= (present_ ? kPresenceOff : kPresenceOn))) {
+    lastEvidenceFrame_ = frameCount_;
+    if (!present_) {
+      present_ = true;
+      report.presence = true;
+      report.presenceMediaTime = MediaTime(std::max<std::int64_t>(0, frameCount_ - window_ + 1));
+    }
+    return;
+  }
+  if (present_ && frameCount_ - lastEvidenceFrame_ > kAbsenceSeconds * frameRate_) {
+    present_ = false;
+    report.presence = false;
+    report.presenceMediaTime = MediaTime(lastEvidenceFrame_ + 1);
+  }
+}
+
+}  // namespace Lumenseal

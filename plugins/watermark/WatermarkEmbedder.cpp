@@ -1,0 +1,126 @@
+#include "WatermarkEmbedder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "PayloadCodec.h"
+#include "WatermarkLayout.h"
+
+namespace Lumenseal {
+namespace {
+
+constexpr int kLegalLumaLow = 16;
+constexpr int kLegalLumaHigh = 235;
+// Row coefficients are amplitude * profile in Q12; times the Q14 profile they make Q26.
+constexpr int kCoefficientBits = 12;
+constexpr int kProductShift = kCoefficientBits + WatermarkLayout::kShapeScaleBits;
+constexpr std::int32_t kProductRounding = std::int32_t{1} << (kProductShift - 1);
+// Texture is sampled on every other row of a cell.
+constexpr int kActivityRowStep = 2;
+constexpr double kFrameRateTolerance = 1e-9;
+
+}  // namespace
+
+WatermarkEmbedder::WatermarkEmbedder(std::uint64_t seed, EmbedderStrength strength)
+    : seed_(seed), strength_(strength) {}
+
+WatermarkEmbedder::~WatermarkEmbedder() = default;
+
+std::int64_t WatermarkEmbedder::SecondOf(std::uint64_t frameIndex, double frameRate) {
+  return static_cast<std::int64_t>(
+      std::floor(static_cast<double>(frameIndex) / frameRate + kFrameRateTolerance));
+}
+
+double WatermarkEmbedder::Embed(Framework::Frame& frame, const EmbedRequest& request) {
+  if (request.bypass || request.frameRate <= 0.0) return 0.0;
+  const auto& format = frame.GetFormat();
+  Configure(format.GetPlaneWidth(0), format.GetPlaneHeight(0));
+  if (layout_->CellCount() == 0) return 0.0;
+  SetWord(request.cid, request.slotStart + SecondOf(request.frameIndex, request.frameRate));
+  MeasureAmplitudes(frame.GetPlane(0), frame.GetPitch(0));
+  return AddChips(frame.GetPlane(0), frame.GetPitch(0));
+}
+
+void WatermarkEmbedder::Configure(int width, int height) {
+  if (layout_ && layout_->Width() == width && layout_->Height() == height) return;
+  layout_ = std::make_unique<WatermarkLayout>(seed_, width, height);
+  const auto cells = static_cast<std::size_t>(layout_->CellCount());
+  cellValues_.assign(cells, 0);
+  activity_.assign(cells, 0);
+  amplitudes_.assign(cells, 0.0f);
+  hasWord_ = false;
+}
+
+void WatermarkEmbedder::SetWord(std::uint32_t cid, std::int64_t timestamp) {
+  if (hasWord_ && wordCid_ == cid && wordTimestamp_ == timestamp) return;
+  const std::uint64_t bits = PayloadCodec::Encode(PayloadCodec::WordForSecond(cid, timestamp));
+  for (int cell = 0; cell < layout_->CellCount(); ++cell) {
+    const int channel = layout_->Channel(cell);
+    int value = 1;
+    if (channel != WatermarkLayout::kSyncChannel) {
+      value = (bits >> (PayloadCodec::kWordBits - channel)) & 1 ? 1 : -1;
+    }
+    cellValues_[static_cast<std::size_t>(cell)] =
+        static_cast<std::int8_t>(value * layout_->Sign(cell));
+  }
+  hasWord_ = true;
+  wordCid_ = cid;
+  wordTimestamp_ = timestamp;
+}
+
+void WatermarkEmbedder::MeasureAmplitudes(const std::uint8_t* luma, int pitch) {
+  const int size = layout_->CellSize();
+  std::fill(activity_.begin(), activity_.end(), 0u);
+  for (int y = 0; y < layout_->Rows() * size; y += kActivityRowStep) {
+    if (y % size == size - 1) continue;
+    const std::uint8_t* row = luma + static_cast<std::ptrdiff_t>(y) * pitch;
+    const std::uint8_t* below = row + pitch;
+    std::uint32_t* sums = activity_.data() + static_cast<std::ptrdiff_t>(y / size) * layout_->Columns();
+    for (int column = 0; column < layout_->Columns(); ++column) {
+      std::uint32_t sum = 0;
+      for (int x = column * size; x < (column + 1) * size - 1; ++x) {
+        sum += static_cast<std::uint32_t>(std::abs(row[x + 1] - row[x]) + std::abs(below[x] - row[x]));
+      }
+      sums[column] += sum;
+    }
+  }
+  const double samples = static_cast<double>(size - 1) * ((size - 1 + kActivityRowStep - 1) / kActivityRowStep);
+  const double cap = std::min<double>(strength_.maxLocalDepth, kMaxAmplitude);
+  for (std::size_t cell = 0; cell < activity_.size(); ++cell) {
+    const double activity = activity_[cell] / samples;
+    const double amplitude = std::clamp(strength_.globalDepth * (1.0 + kTextureGain * activity), 0.0, cap);
+    amplitudes_[cell] = static_cast<float>(amplitude * cellValues_[cell]);
+  }
+}
+
+double WatermarkEmbedder::AddChips(std::uint8_t* luma, int pitch) const {
+  const int size = layout_->CellSize();
+  const std::int32_t* profile = layout_->Profile().data();
+  const double coefficientScale =
+      static_cast<double>(1 << kCoefficientBits) / (1 << WatermarkLayout::kShapeScaleBits);
+  std::uint64_t changed = 0;
+  for (int y = 0; y < layout_->Rows() * size; ++y) {
+    std::uint8_t* row = luma + static_cast<std::ptrdiff_t>(y) * pitch;
+    const float* amplitudes = amplitudes_.data() + static_cast<std::ptrdiff_t>(y / size) * layout_->Columns();
+    const double rowProfile = profile[y % size] * coefficientScale;
+    for (int column = 0; column < layout_->Columns(); ++column) {
+      const auto coefficient = static_cast<std::int32_t>(std::lround(amplitudes[column] * rowProfile));
+      std::uint8_t* samples = row + column * size;
+      std::int32_t rowChanged = 0;
+      for (int x = 0; x < size; ++x) {
+        const std::int32_t original = samples[x];
+        const std::int32_t delta = (coefficient * profile[x] + kProductRounding) >> kProductShift;
+        const std::int32_t low = std::min(original, kLegalLumaLow);
+        const std::int32_t high = std::max(original, kLegalLumaHigh);
+        const std::int32_t marked = std::clamp(original + delta, low, high);
+        rowChanged += std::abs(marked - original);
+        samples[x] = static_cast<std::uint8_t>(marked);
+      }
+      changed += static_cast<std::uint64_t>(rowChanged);
+    }
+  }
+  return static_cast<double>(changed) / (static_cast<double>(layout_->Width()) * layout_->Height());
+}
+
+}  // namespace Lumenseal
