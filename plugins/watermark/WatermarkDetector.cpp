@@ -9,7 +9,6 @@
 namespace Lumenseal {
 namespace {
 
-constexpr int kCorrelationShift = 2 * WatermarkLayout::kShapeScaleBits;
 // Weight of the earlier seconds in the search for the second boundary.
 constexpr double kPhaseMemory = 0.8;
 // Unconfirmed words kept, and how far apart (in seconds) two words may be to confirm each other.
@@ -69,7 +68,6 @@ DetectorReport WatermarkDetector::ProcessFrame(const Framework::Frame& frame) {
 void WatermarkDetector::Configure(int width, int height) {
   if (layout_ && layout_->Width() == width && layout_->Height() == height) return;
   layout_ = std::make_unique<WatermarkLayout>(seed_, width, height);
-  cellCorrelations_.assign(static_cast<std::size_t>(layout_->CellCount()), 0);
   history_.clear();
   std::fill(bitSums_.begin(), bitSums_.end(), 0.0);
   syncSum_ = 0.0;
@@ -79,32 +77,13 @@ void WatermarkDetector::Configure(int width, int height) {
 }
 
 WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Frame& frame) {
-  const int size = layout_->CellSize();
-  const int columns = layout_->Columns();
-  const std::int32_t* profile = layout_->Profile().data();
-  const std::uint8_t* luma = frame.GetPlane(0);
-  const int pitch = frame.GetPitch(0);
-  std::fill(cellCorrelations_.begin(), cellCorrelations_.end(), 0);
-  for (int y = 0; y < layout_->Rows() * size; ++y) {
-    const std::uint8_t* row = luma + static_cast<std::ptrdiff_t>(y) * pitch;
-    std::int64_t* correlations = cellCorrelations_.data() + static_cast<std::ptrdiff_t>(y / size) * columns;
-    const std::int64_t rowProfile = profile[y % size];
-    for (int column = 0; column < columns; ++column) {
-      const std::uint8_t* samples = row + column * size;
-      std::int32_t dot = 0;
-      for (int x = 0; x < size; ++x) dot += profile[x] * samples[x];
-      correlations[column] += rowProfile * dot;
-    }
-  }
-
+  layout_->ProjectCells(frame.GetPlane(0), frame.GetPitch(0), cellAmplitudes_);
   FrameMeasure measure;
   measure.bits.assign(PayloadCodec::kWordBits, 0.0);
-  const double toAmplitude =
-      1.0 / (std::ldexp(1.0, kCorrelationShift) * layout_->ProfileEnergy() * layout_->ProfileEnergy());
   double syncSum = 0.0;
   double syncSquares = 0.0;
   for (int cell = 0; cell < layout_->CellCount(); ++cell) {
-    const double amplitude = static_cast<double>(cellCorrelations_[static_cast<std::size_t>(cell)]) * toAmplitude;
+    const double amplitude = cellAmplitudes_[static_cast<std::size_t>(cell)];
     const double vote = layout_->Sign(cell) * std::clamp(amplitude, -kClipAmplitude, kClipAmplitude);
     const int channel = layout_->Channel(cell);
     if (channel == WatermarkLayout::kSyncChannel) {

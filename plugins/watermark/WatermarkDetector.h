@@ -95,7 +95,7 @@ class WatermarkDetector {
 
   // Rebuilt when the picture size changes
   std::unique_ptr<WatermarkLayout> layout_;
-  std::vector<std::int64_t> cellCorrelations_;
+  std::vector<double> cellAmplitudes_;
 
   // The last second of frame measures and their sums
   std::deque<FrameMeasure> history_;

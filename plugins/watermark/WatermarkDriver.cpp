@@ -3,9 +3,10 @@
 //     marks every frame of a 4:2:0 Y4M stream and writes it out as Y4M; prints the mean energy
 //     to stderr.
 //   watermark_driver detect --seed S < in
-//     prints one line per confirmed second ("second cid timestamp quality media_time"), one per
-//     presence change ("presence state media_time") and a closing line with the frame count and
-//     the highest one-second sync score seen ("summary frames max_sync").
+//     prints one line per confirmed second ("second cid timestamp quality media_time reported_at",
+//     the last being the media time of the frame that completed it), one per presence change
+//     ("presence state media_time") and a closing line with the frame count and the highest
+//     one-second sync score seen ("summary frames max_sync").
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -113,7 +114,8 @@ int Detect(std::uint64_t seed) {
       maxSync = std::max(maxSync, detector.SyncScore());
     }
     for (const auto& found : report.detections) {
-      std::printf("second %u %d %.3f %.2f\n", found.cid, found.timestamp, found.quality, found.mediaTime);
+      std::printf("second %u %d %.3f %.2f %.2f\n", found.cid, found.timestamp, found.quality,
+                  found.mediaTime, static_cast<double>(frames + 1) / header->frameRate);
     }
     if (report.presence) std::printf("presence %d %.2f\n", *report.presence ? 1 : 0, report.presenceMediaTime);
   }

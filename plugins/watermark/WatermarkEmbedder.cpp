@@ -87,16 +87,18 @@ void WatermarkEmbedder::MeasureAmplitudes(const std::uint8_t* luma, int pitch) {
   }
   const double samples = static_cast<double>(size - 1) * ((size - 1 + kActivityRowStep - 1) / kActivityRowStep);
   const double cap = std::min<double>(strength_.maxLocalDepth, kMaxAmplitude);
+  layout_->ProjectCells(luma, pitch, hostAmplitudes_);
   for (std::size_t cell = 0; cell < activity_.size(); ++cell) {
     const double activity = activity_[cell] / samples;
-    const double amplitude = std::clamp(strength_.globalDepth * (1.0 + kTextureGain * activity), 0.0, cap);
-    amplitudes_[cell] = static_cast<float>(amplitude * cellValues_[cell]);
+    const double masked = std::min(strength_.globalDepth * (1.0 + kTextureGain * activity), cap);
+    const double added = masked * cellValues_[cell] - kHostCancellation * hostAmplitudes_[cell];
+    amplitudes_[cell] = static_cast<float>(std::clamp(added, -cap, cap));
   }
 }
 
 double WatermarkEmbedder::AddChips(std::uint8_t* luma, int pitch) const {
   const int size = layout_->CellSize();
-  const std::int32_t* profile = layout_->Profile().data();
+  const std::int16_t* profile = layout_->Profile().data();
   const double coefficientScale =
       static_cast<double>(1 << kCoefficientBits) / (1 << WatermarkLayout::kShapeScaleBits);
   std::uint64_t changed = 0;

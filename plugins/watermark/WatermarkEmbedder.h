@@ -5,7 +5,9 @@
 // for time stamp slot start + s. The chip amplitude of a cell follows the cell's texture
 // (perceptual masking): peak amplitude = GlobalDepth * (1 + kTextureGain * activity), capped at
 // MaxLocalDepth luma levels, where activity is the cell's mean absolute difference between
-// neighbouring samples. Marked samples are kept inside the legal luma range 16..235 (a sample
+// neighbouring samples. The embedder also subtracts kHostCancellation of the chip that the
+// picture itself already holds in each cell (informed embedding), so that the detector's reading
+// of a cell depends little on the picture; the sum stays within MaxLocalDepth. Marked samples are kept inside the legal luma range 16..235 (a sample
 // already outside it is never pushed further out). The keyed layout is computed once per picture
 // size; a frame costs one pass to measure texture and one to add the chips.
 // Not thread-safe: one embedder serves one stream, one frame at a time.
@@ -40,6 +42,7 @@ class WatermarkEmbedder {
  public:
   static constexpr double kTextureGain = 0.25;
   static constexpr double kMaxAmplitude = 16.0;
+  static constexpr double kHostCancellation = 0.7;
 
   WatermarkEmbedder(std::uint64_t seed, EmbedderStrength strength);
   ~WatermarkEmbedder();
@@ -72,8 +75,10 @@ class WatermarkEmbedder {
   std::int64_t wordTimestamp_ = 0;
   std::vector<std::int8_t> cellValues_;
 
-  // Per frame: texture sums and the resulting signed peak amplitude of each cell
+  // Per frame: texture sums, the picture's own chip amplitudes, and the signed peak amplitude
+  // added to each cell
   std::vector<std::uint32_t> activity_;
+  std::vector<double> hostAmplitudes_;
   std::vector<float> amplitudes_;
 };
 

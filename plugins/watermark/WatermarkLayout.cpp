@@ -68,12 +68,33 @@ WatermarkLayout::WatermarkLayout(std::uint64_t seed, int width, int height)
   }
   for (int& sign : signs_) sign = (keyed.Next() >> 63) != 0 ? 1 : -1;
 
+  double profileEnergy = 0.0;
   for (int i = 0; i < cellSize_; ++i) {
     const double sample = std::sin(2.0 * kPi * (i + 0.5) / cellSize_);
     profile_[static_cast<std::size_t>(i)] =
-        static_cast<std::int32_t>(std::lround(sample * (1 << kShapeScaleBits)));
-    profileEnergy_ += sample * sample;
+        static_cast<std::int16_t>(std::lround(sample * (1 << kShapeScaleBits)));
+    profileEnergy += sample * sample;
   }
+  chipEnergy_ = profileEnergy * profileEnergy;
+}
+
+void WatermarkLayout::ProjectCells(const std::uint8_t* luma, int pitch,
+                                   std::vector<double>& amplitudes) const {
+  amplitudes.assign(static_cast<std::size_t>(CellCount()), 0.0);
+  const std::int16_t* profile = profile_.data();
+  for (int y = 0; y < rows_ * cellSize_; ++y) {
+    const std::uint8_t* row = luma + static_cast<std::ptrdiff_t>(y) * pitch;
+    double* cells = amplitudes.data() + static_cast<std::ptrdiff_t>(y / cellSize_) * columns_;
+    const double rowProfile = profile[y % cellSize_];
+    for (int column = 0; column < columns_; ++column) {
+      const std::uint8_t* samples = row + column * cellSize_;
+      std::int32_t dot = 0;
+      for (int x = 0; x < cellSize_; ++x) dot += profile[x] * static_cast<std::int16_t>(samples[x]);
+      cells[column] += rowProfile * dot;
+    }
+  }
+  const double toAmplitude = 1.0 / (std::ldexp(1.0, 2 * kShapeScaleBits) * chipEnergy_);
+  for (double& amplitude : amplitudes) amplitude *= toAmplitude;
 }
 
 }  // namespace Lumenseal

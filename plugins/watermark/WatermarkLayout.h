@@ -41,9 +41,11 @@ class WatermarkLayout {
   int CellsOf(int channel) const { return cellsPerChannel_[channel]; }
 
   // The chip's profile along one axis: sin(2 pi (i + 0.5) / C) * 2^kShapeScaleBits, i < C.
-  const std::vector<std::int32_t>& Profile() const { return profile_; }
-  // Sum of the squared profile in real units (the chip's energy is its square).
-  double ProfileEnergy() const { return profileEnergy_; }
+  const std::vector<std::int16_t>& Profile() const { return profile_; }
+
+  // The least-squares amplitude, in luma levels, of each cell's chip (sign not applied) in the
+  // luma plane `luma` with rows `pitch` bytes apart; row-major into `amplitudes`.
+  void ProjectCells(const std::uint8_t* luma, int pitch, std::vector<double>& amplitudes) const;
 
   // Cell size for a picture `height` rows high: a multiple of 8, at least 8.
   static int CellSizeFor(int height);
@@ -57,8 +59,8 @@ class WatermarkLayout {
   std::vector<int> channels_;
   std::vector<int> signs_;
   std::vector<int> cellsPerChannel_;
-  std::vector<std::int32_t> profile_;
-  double profileEnergy_ = 0.0;
+  std::vector<std::int16_t> profile_;
+  double chipEnergy_ = 0.0;  // sum of the chip's squares in real units
 };
 
 }  // namespace Lumenseal
