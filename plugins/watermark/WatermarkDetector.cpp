@@ -9,8 +9,8 @@
 namespace Lumenseal {
 namespace {
 
-// Weight of the earlier seconds in the search for the second boundary.
-constexpr double kPhaseMemory = 0.8;
+// A second's end is decided this fraction of a second after it (at least one frame later).
+constexpr int kConfirmDelayDivisor = 12;
 // Unconfirmed words kept, and how far apart (in seconds) two words may be to confirm each other.
 constexpr std::size_t kUnconfirmedKept = 4;
 constexpr std::int64_t kMaxPairSeconds = 3;
@@ -39,10 +39,8 @@ WatermarkDetector::WatermarkDetector(std::uint64_t seed, double frameRate)
     : seed_(seed),
       frameRate_(frameRate > 0.0 ? frameRate : 25.0),
       window_(std::max(1, static_cast<int>(std::lround(frameRate_)))),
-      bitSums_(PayloadCodec::kWordBits, 0.0),
-      phaseSum_(static_cast<std::size_t>(window_), 0.0),
-      phaseWeight_(static_cast<std::size_t>(window_), 0.0),
-      phaseEnergy_(static_cast<std::size_t>(window_), 0.0) {}
+      confirmDelay_(std::max(1, window_ / kConfirmDelayDivisor)),
+      bitSums_(PayloadCodec::kWordBits, 0.0) {}
 
 WatermarkDetector::~WatermarkDetector() = default;
 
@@ -59,7 +57,8 @@ DetectorReport WatermarkDetector::ProcessFrame(const Framework::Frame& frame) {
   const auto& format = frame.GetFormat();
   Configure(format.GetPlaneWidth(0), format.GetPlaneHeight(0));
   Slide(Measure(frame));
-  if (IsSecondEnd()) DecodeWindow(report);
+  const auto secondEnd = FindSecondEnd();
+  if (secondEnd) DecodeWindow(*secondEnd, report);
   UpdatePresence(!report.detections.empty(), report);
   ++frameCount_;
   return report;
@@ -71,9 +70,7 @@ void WatermarkDetector::Configure(int width, int height) {
   history_.clear();
   std::fill(bitSums_.begin(), bitSums_.end(), 0.0);
   syncSum_ = 0.0;
-  std::fill(phaseSum_.begin(), phaseSum_.end(), 0.0);
-  std::fill(phaseWeight_.begin(), phaseWeight_.end(), 0.0);
-  std::fill(phaseEnergy_.begin(), phaseEnergy_.end(), 0.0);
+  windows_.clear();
 }
 
 WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Frame& frame) {
@@ -114,27 +111,31 @@ void WatermarkDetector::Slide(FrameMeasure measure) {
   history_.push_back(std::move(measure));
 }
 
-bool WatermarkDetector::IsSecondEnd() {
-  if (static_cast<int>(history_.size()) < window_) return false;
+std::optional<WatermarkDetector::Window> WatermarkDetector::FindSecondEnd() {
+  if (static_cast<int>(history_.size()) < window_) return std::nullopt;
   double energy = 0.0;
   for (double sum : bitSums_) energy += std::abs(sum);
-  const auto phase = static_cast<std::size_t>(frameCount_ % window_);
-  phaseWeight_[phase] = kPhaseMemory * phaseWeight_[phase] + 1.0;
-  phaseSum_[phase] = kPhaseMemory * phaseSum_[phase] + energy;
-  phaseEnergy_[phase] = phaseSum_[phase] / phaseWeight_[phase];
-  const auto best = static_cast<std::size_t>(
-      std::max_element(phaseEnergy_.begin(), phaseEnergy_.end()) - phaseEnergy_.begin());
-  return best == phase;
+  windows_.push_back(Window{frameCount_, energy, bitSums_});
+  if (static_cast<int>(windows_.size()) > window_ / 2 + confirmDelay_ + 1) windows_.pop_front();
+  // The candidate is the window confirmDelay_ frames back; it ends a second when no window of
+  // the half second before it nor of the frames since has more energy.
+  const auto candidate = static_cast<std::ptrdiff_t>(windows_.size()) - 1 - confirmDelay_;
+  if (candidate < 0) return std::nullopt;
+  const double candidateEnergy = windows_[static_cast<std::size_t>(candidate)].energy;
+  for (std::size_t i = 0; i < windows_.size(); ++i) {
+    if (static_cast<std::ptrdiff_t>(i) != candidate && windows_[i].energy > candidateEnergy) {
+      return std::nullopt;
+    }
+  }
+  return windows_[static_cast<std::size_t>(candidate)];
 }
 
-void WatermarkDetector::DecodeWindow(DetectorReport& report) {
+void WatermarkDetector::DecodeWindow(const Window& window, DetectorReport& report) {
   std::uint64_t bits = 0;
-  for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) {
-    bits = bits << 1 | (bitSums_[bit] > 0.0 ? 1u : 0u);
-  }
+  for (double sum : window.sums) bits = bits << 1 | (sum > 0.0 ? 1u : 0u);
   const auto word = PayloadCodec::Decode(bits);
   if (!word) return;
-  Confirm(DecodedWord{*word, frameCount_, Quality(bitSums_)}, report);
+  Confirm(DecodedWord{*word, window.endFrame, Quality(window.sums)}, report);
 }
 
 void WatermarkDetector::Confirm(const DecodedWord& decoded, DetectorReport& report) {

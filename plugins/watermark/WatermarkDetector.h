@@ -4,10 +4,10 @@
 // cell's chip), clipped to kClipAmplitude so that strong picture structure cannot outvote the
 // mark, and averaged per channel. The sync channel gives a per-frame score (its mean over its
 // standard error); the bit channels are summed over a sliding one-second window. The second
-// boundaries are found at any offset: the window end whose bit sums are largest, averaged over
-// the seconds seen so far, is where a second ends, because a window that straddles two words
-// loses the bits in which they differ. At each such end the window's signs are decoded and
-// CRC-checked. A decoded second is reported only once it agrees with another: a CID word and a
+// boundaries are found at any offset: a window whose bit sums are larger than those of the
+// windows ending in the half second before it and in the few frames after it ends a second,
+// because a window that straddles two words loses the bits in which they differ. Each such
+// window's signs are decoded and CRC-checked. A decoded second is reported only once it agrees with another: a CID word and a
 // time word whose distance in seconds matches their time stamps, or the CID and time stamp the
 // detector is already locked on. Presence is raised when the sync score over a second or a
 // reported second says a mark is there, and dropped after kAbsenceSeconds without either.
@@ -79,8 +79,14 @@ class WatermarkDetector {
   void Configure(int width, int height);
   FrameMeasure Measure(const Framework::Frame& frame);
   void Slide(FrameMeasure measure);
-  bool IsSecondEnd();
-  void DecodeWindow(DetectorReport& report);
+  struct Window {
+    std::int64_t endFrame = 0;
+    double energy = 0.0;  // sum of the bit sums' magnitudes
+    std::vector<double> sums;
+  };
+
+  std::optional<Window> FindSecondEnd();
+  void DecodeWindow(const Window& window, DetectorReport& report);
   void Confirm(const DecodedWord& decoded, DetectorReport& report);
   bool PairUp(const DecodedWord& decoded, DetectorReport& report);
   void Emit(std::uint32_t cid, std::int64_t timestamp, const DecodedWord& decoded,
@@ -92,6 +98,7 @@ class WatermarkDetector {
   const std::uint64_t seed_;
   const double frameRate_;
   const int window_;  // frames in a second, rounded
+  const int confirmDelay_;  // frames after a second's end before it is decided
 
   // Rebuilt when the picture size changes
   std::unique_ptr<WatermarkLayout> layout_;
@@ -101,11 +108,8 @@ class WatermarkDetector {
   std::deque<FrameMeasure> history_;
   std::vector<double> bitSums_;
   double syncSum_ = 0.0;
-  // Per window end (frame count modulo the window): decayed sums of the window's bit energy,
-  // their weights, and the resulting weighted mean
-  std::vector<double> phaseSum_;
-  std::vector<double> phaseWeight_;
-  std::vector<double> phaseEnergy_;
+  // The windows ending at the last frames, oldest first, as far back as a second end is sought
+  std::deque<Window> windows_;
   std::int64_t frameCount_ = 0;
 
   // Words decoded but not yet confirmed, newest last; and the lock once confirmed

@@ -66,7 +66,8 @@ Seen Detect(const Clip& clip, std::uint64_t seed, std::size_t firstFrame = 0) {
 }
 
 TEST(WatermarkDetector, RoundTripOnMovingTexturedVideo) {
-  const Clip clip = SceneClip(25.0, 6);
+  // A second is decided a few frames after it ends, so the clip's last second stays unreported.
+  const Clip clip = SceneClip(25.0, 7);
   const Seen seen = Detect(clip, kSeed);
   ASSERT_EQ(6u, seen.detections.size());
   for (std::size_t second = 0; second < seen.detections.size(); ++second) {
@@ -77,7 +78,7 @@ TEST(WatermarkDetector, RoundTripOnMovingTexturedVideo) {
     EXPECT_NEAR(static_cast<double>(second), found.mediaTime, 1e-9);
     EXPECT_GT(found.quality, 0.5);
   }
-  EXPECT_LE(seen.reportedAt.front(), 2.0);
+  EXPECT_LE(seen.reportedAt.front(), 2.1) << "two seconds, and the frames that confirm the end";
   ASSERT_EQ(1u, seen.presenceChanges.size());
   EXPECT_EQ(true, seen.presenceChanges[0].presence);
 }
