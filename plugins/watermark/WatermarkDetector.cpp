@@ -19,6 +19,7 @@ constexpr double kBoundaryTolerance = 0.25;
 constexpr int kMismatchesToUnlock = 2;
 // Bit-sum signal-to-noise ratios that map to quality 0 (noise alone) and quality 1.
 constexpr double kNoiseSnr = 1.33;
+constexpr double kMinimumVariance = 1e-12;
 constexpr double kFullQualitySnr = 4.0;
 
 double Quality(const std::vector<double>& sums) {
@@ -45,7 +46,17 @@ WatermarkDetector::WatermarkDetector(std::uint64_t seed, double frameRate)
 WatermarkDetector::~WatermarkDetector() = default;
 
 double WatermarkDetector::SyncScore() const {
-  return history_.empty() ? 0.0 : syncSum_ / static_cast<double>(history_.size());
+  const auto cells = static_cast<double>(syncSums_.size());
+  if (history_.empty() || cells < 2) return 0.0;
+  double sum = 0.0;
+  double squares = 0.0;
+  for (double vote : syncSums_) {
+    sum += vote;
+    squares += vote * vote;
+  }
+  const double mean = sum / cells;
+  const double variance = std::max(squares / cells - mean * mean, kMinimumVariance);
+  return mean / std::sqrt(variance / cells);
 }
 
 double WatermarkDetector::MediaTime(std::int64_t frame) const {
@@ -69,7 +80,7 @@ void WatermarkDetector::Configure(int width, int height) {
   layout_ = std::make_unique<WatermarkLayout>(seed_, width, height);
   history_.clear();
   std::fill(bitSums_.begin(), bitSums_.end(), 0.0);
-  syncSum_ = 0.0;
+  syncSums_.assign(static_cast<std::size_t>(layout_->CellsOf(WatermarkLayout::kSyncChannel)), 0.0);
   windows_.clear();
 }
 
@@ -77,24 +88,16 @@ WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Fram
   layout_->ProjectCells(frame.GetPlane(0), frame.GetPitch(0), cellAmplitudes_);
   FrameMeasure measure;
   measure.bits.assign(PayloadCodec::kWordBits, 0.0);
-  double syncSum = 0.0;
-  double syncSquares = 0.0;
+  measure.syncVotes.reserve(syncSums_.size());
   for (int cell = 0; cell < layout_->CellCount(); ++cell) {
     const double amplitude = cellAmplitudes_[static_cast<std::size_t>(cell)];
     const double vote = layout_->Sign(cell) * std::clamp(amplitude, -kClipAmplitude, kClipAmplitude);
     const int channel = layout_->Channel(cell);
     if (channel == WatermarkLayout::kSyncChannel) {
-      syncSum += vote;
-      syncSquares += vote * vote;
+      measure.syncVotes.push_back(vote);
     } else {
       measure.bits[static_cast<std::size_t>(channel - 1)] += vote / layout_->CellsOf(channel);
     }
-  }
-  const double syncCells = layout_->CellsOf(WatermarkLayout::kSyncChannel);
-  if (syncCells > 1) {
-    const double mean = syncSum / syncCells;
-    const double variance = std::max(syncSquares / syncCells - mean * mean, 1e-12);
-    measure.syncScore = mean / std::sqrt(variance / syncCells);
   }
   return measure;
 }
@@ -103,11 +106,11 @@ void WatermarkDetector::Slide(FrameMeasure measure) {
   if (static_cast<int>(history_.size()) == window_) {
     const FrameMeasure& oldest = history_.front();
     for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] -= oldest.bits[bit];
-    syncSum_ -= oldest.syncScore;
+    for (std::size_t cell = 0; cell < syncSums_.size(); ++cell) syncSums_[cell] -= oldest.syncVotes[cell];
     history_.pop_front();
   }
   for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] += measure.bits[bit];
-  syncSum_ += measure.syncScore;
+  for (std::size_t cell = 0; cell < syncSums_.size(); ++cell) syncSums_[cell] += measure.syncVotes[cell];
   history_.push_back(std::move(measure));
 }
 

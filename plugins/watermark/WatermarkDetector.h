@@ -2,8 +2,9 @@
 //
 // Every frame is reduced to one amplitude estimate per cell (the luma's correlation with the
 // cell's chip), clipped to kClipAmplitude so that strong picture structure cannot outvote the
-// mark, and averaged per channel. The sync channel gives a per-frame score (its mean over its
-// standard error); the bit channels are summed over a sliding one-second window. The second
+// mark. Over a sliding one-second window the votes of each sync cell are summed, and the mean of
+// those sums over their standard error is the sync score; the bit channels' mean votes are summed
+// over the same window. The second
 // boundaries are found at any offset: a window whose bit sums are larger than those of the
 // windows ending in the half second before it and in the few frames after it ends a second,
 // because a window that straddles two words loses the bits in which they differ. Each such
@@ -47,8 +48,8 @@ class WatermarkDetector {
   static constexpr double kClipAmplitude = 4.0;
   // Window-mean sync score that raises presence, and the one that keeps it up. Set from unmarked
   // video (see plugins/README.md).
-  static constexpr double kPresenceOn = 6.0;
-  static constexpr double kPresenceOff = 4.0;
+  static constexpr double kPresenceOn = 4.5;
+  static constexpr double kPresenceOff = 3.0;
   static constexpr double kAbsenceSeconds = 2.0;
 
   // A detector for the mark of `seed` in a stream of `frameRate` frames per second.
@@ -62,12 +63,13 @@ class WatermarkDetector {
 
   // Whether a mark is present now.
   bool IsPresent() const { return present_; }
-  // Mean sync score over the last second (0 until a second has been seen).
+  // The sync score of the last second: the mean of the sync cells' votes summed over the second,
+  // over its standard error (0 before the first frame).
   double SyncScore() const;
 
  private:
   struct FrameMeasure {
-    double syncScore = 0.0;
+    std::vector<double> syncVotes;  // one per sync cell
     std::vector<double> bits;
   };
   struct DecodedWord {
@@ -107,7 +109,7 @@ class WatermarkDetector {
   // The last second of frame measures and their sums
   std::deque<FrameMeasure> history_;
   std::vector<double> bitSums_;
-  double syncSum_ = 0.0;
+  std::vector<double> syncSums_;  // per sync cell
   // The windows ending at the last frames, oldest first, as far back as a second end is sought
   std::deque<Window> windows_;
   std::int64_t frameCount_ = 0;

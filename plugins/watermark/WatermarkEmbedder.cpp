@@ -16,8 +16,9 @@ constexpr int kLegalLumaHigh = 235;
 constexpr int kCoefficientBits = 12;
 constexpr int kProductShift = kCoefficientBits + WatermarkLayout::kShapeScaleBits;
 constexpr std::int32_t kProductRounding = std::int32_t{1} << (kProductShift - 1);
-// Texture is sampled on every other row of a cell.
-constexpr int kActivityRowStep = 2;
+// Texture is measured on the means of blocks this many samples square, at the chips' scale
+// rather than the pixels', so that grain and noise do not count as masking texture.
+constexpr int kTextureBlock = 4;
 constexpr double kFrameRateTolerance = 1e-9;
 
 }  // namespace
@@ -47,7 +48,7 @@ void WatermarkEmbedder::Configure(int width, int height) {
   layout_ = std::make_unique<WatermarkLayout>(seed_, width, height);
   const auto cells = static_cast<std::size_t>(layout_->CellCount());
   cellValues_.assign(cells, 0);
-  activity_.assign(cells, 0);
+  activity_.assign(cells, 0.0);
   amplitudes_.assign(cells, 0.0f);
   hasWord_ = false;
 }
@@ -70,29 +71,44 @@ void WatermarkEmbedder::SetWord(std::uint32_t cid, std::int64_t timestamp) {
 }
 
 void WatermarkEmbedder::MeasureAmplitudes(const std::uint8_t* luma, int pitch) {
-  const int size = layout_->CellSize();
-  std::fill(activity_.begin(), activity_.end(), 0u);
-  for (int y = 0; y < layout_->Rows() * size; y += kActivityRowStep) {
-    if (y % size == size - 1) continue;
-    const std::uint8_t* row = luma + static_cast<std::ptrdiff_t>(y) * pitch;
-    const std::uint8_t* below = row + pitch;
-    std::uint32_t* sums = activity_.data() + static_cast<std::ptrdiff_t>(y / size) * layout_->Columns();
-    for (int column = 0; column < layout_->Columns(); ++column) {
-      std::uint32_t sum = 0;
-      for (int x = column * size; x < (column + 1) * size - 1; ++x) {
-        sum += static_cast<std::uint32_t>(std::abs(row[x + 1] - row[x]) + std::abs(below[x] - row[x]));
-      }
-      sums[column] += sum;
-    }
-  }
-  const double samples = static_cast<double>(size - 1) * ((size - 1 + kActivityRowStep - 1) / kActivityRowStep);
-  const double cap = std::min<double>(strength_.maxLocalDepth, kMaxAmplitude);
+  MeasureTexture(luma, pitch);
   layout_->ProjectCells(luma, pitch, hostAmplitudes_);
+  const double cap = std::min<double>(strength_.maxLocalDepth, kMaxAmplitude);
   for (std::size_t cell = 0; cell < activity_.size(); ++cell) {
-    const double activity = activity_[cell] / samples;
-    const double masked = std::min(strength_.globalDepth * (1.0 + kTextureGain * activity), cap);
+    const double masked = std::min(strength_.globalDepth * (1.0 + kTextureGain * activity_[cell]), cap);
     const double added = masked * cellValues_[cell] - kHostCancellation * hostAmplitudes_[cell];
     amplitudes_[cell] = static_cast<float>(std::clamp(added, -cap, cap));
+  }
+}
+
+void WatermarkEmbedder::MeasureTexture(const std::uint8_t* luma, int pitch) {
+  const int size = layout_->CellSize();
+  const int blocksAcross = layout_->Columns() * size / kTextureBlock;
+  const int blocksDown = layout_->Rows() * size / kTextureBlock;
+  blockSums_.assign(static_cast<std::size_t>(blocksAcross) * blocksDown, 0);
+  for (int y = 0; y < blocksDown * kTextureBlock; ++y) {
+    const std::uint8_t* row = luma + static_cast<std::ptrdiff_t>(y) * pitch;
+    std::int32_t* sums = blockSums_.data() + static_cast<std::ptrdiff_t>(y / kTextureBlock) * blocksAcross;
+    for (int block = 0; block < blocksAcross; ++block) {
+      const std::uint8_t* samples = row + block * kTextureBlock;
+      sums[block] += samples[0] + samples[1] + samples[2] + samples[3];
+    }
+  }
+  // Mean absolute difference between neighbouring block means inside each cell.
+  const int blocksPerCell = size / kTextureBlock;
+  const double pairs = 2.0 * blocksPerCell * (blocksPerCell - 1) * kTextureBlock * kTextureBlock;
+  for (int cell = 0; cell < layout_->CellCount(); ++cell) {
+    const int top = cell / layout_->Columns() * blocksPerCell;
+    const int left = cell % layout_->Columns() * blocksPerCell;
+    std::int32_t sum = 0;
+    for (int by = top; by < top + blocksPerCell; ++by) {
+      const std::int32_t* sums = blockSums_.data() + static_cast<std::ptrdiff_t>(by) * blocksAcross;
+      for (int bx = left; bx < left + blocksPerCell; ++bx) {
+        if (bx + 1 < left + blocksPerCell) sum += std::abs(sums[bx + 1] - sums[bx]);
+        if (by + 1 < top + blocksPerCell) sum += std::abs(sums[bx + blocksAcross] - sums[bx]);
+      }
+    }
+    activity_[static_cast<std::size_t>(cell)] = pairs > 0.0 ? sum / pairs : 0.0;
   }
 }
 

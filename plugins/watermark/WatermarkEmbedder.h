@@ -4,8 +4,8 @@
 // Each frame of second s (s = floor(frame index / frame rate)) carries the sync chips and the word
 // for time stamp slot start + s. The chip amplitude of a cell follows the cell's texture
 // (perceptual masking): peak amplitude = GlobalDepth * (1 + kTextureGain * activity), capped at
-// MaxLocalDepth luma levels, where activity is the cell's mean absolute difference between
-// neighbouring samples. The embedder also subtracts kHostCancellation of the chip that the
+// MaxLocalDepth luma levels, where activity is the cell's mean absolute difference between the
+// means of neighbouring 4x4 blocks (texture at the chips' scale; pixel grain hardly counts). The embedder also subtracts kHostCancellation of the chip that the
 // picture itself already holds in each cell (informed embedding), so that the detector's reading
 // of a cell depends little on the picture; the sum stays within MaxLocalDepth. Marked samples are kept inside the legal luma range 16..235 (a sample
 // already outside it is never pushed further out). The keyed layout is computed once per picture
@@ -25,7 +25,7 @@ class WatermarkLayout;
 
 // How strongly to mark; both in luma levels of chip peak amplitude.
 struct EmbedderStrength {
-  double globalDepth = 1.0;  // amplitude in flat areas, and the scale of the texture gain
+  double globalDepth = 1.75;  // amplitude in flat areas, and the scale of the texture gain
   int maxLocalDepth = 4;     // cap on any cell's amplitude
 };
 
@@ -60,6 +60,7 @@ class WatermarkEmbedder {
   void Configure(int width, int height);
   void SetWord(std::uint32_t cid, std::int64_t timestamp);
   void MeasureAmplitudes(const std::uint8_t* luma, int pitch);
+  void MeasureTexture(const std::uint8_t* luma, int pitch);
   double AddChips(std::uint8_t* luma, int pitch) const;
 
   // Constant after construction
@@ -75,9 +76,10 @@ class WatermarkEmbedder {
   std::int64_t wordTimestamp_ = 0;
   std::vector<std::int8_t> cellValues_;
 
-  // Per frame: texture sums, the picture's own chip amplitudes, and the signed peak amplitude
-  // added to each cell
-  std::vector<std::uint32_t> activity_;
+  // Per frame: 4x4 block sums, each cell's texture, the picture's own chip amplitudes, and the
+  // signed peak amplitude added to each cell
+  std::vector<std::int32_t> blockSums_;
+  std::vector<double> activity_;
   std::vector<double> hostAmplitudes_;
   std::vector<float> amplitudes_;
 };

@@ -11,6 +11,7 @@ constexpr int kFlatLuma = 90;
 constexpr int kDarkLuma = 17;
 constexpr int kBrightLuma = 233;
 constexpr int kTextureRange = 48;
+constexpr std::uint32_t kGrain = 6;  // texture blobs, in samples
 
 std::uint32_t Hash(std::uint32_t x, std::uint32_t y) {
   std::uint32_t h = x * 0x9E3779B1u ^ y * 0x85EBCA77u;
@@ -28,8 +29,8 @@ int SceneLuma(int x, int y, int width, int height, std::uint64_t index) {
   const double wave = 50.0 * std::sin((x + 3.0 * t) / 41.0) * std::cos((y - 2.0 * t) / 29.0);
   int texture = 0;
   if (x > width / 2) {
-    texture = static_cast<int>(Hash(static_cast<std::uint32_t>(x + 2 * t) / 2,
-                                    static_cast<std::uint32_t>(y) / 2) % kTextureRange) -
+    texture = static_cast<int>(Hash(static_cast<std::uint32_t>(x + 2 * t) / kGrain,
+                                    static_cast<std::uint32_t>(y) / kGrain) % kTextureRange) -
               kTextureRange / 2;
   }
   return std::clamp(static_cast<int>(128.0 + wave) + texture, 16, 235);
