@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <limits>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -106,7 +107,7 @@ int Detect(std::uint64_t seed) {
   Framework::Frame frame(Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, header->width,
                                                     header->height, header->frameRate));
   Lumenseal::WatermarkDetector detector(seed, header->frameRate);
-  double maxSync = 0.0;
+  double maxSync = std::numeric_limits<double>::lowest();
   std::uint64_t frames = 0;
   for (; ReadFrame(std::cin, frame); ++frames) {
     const auto report = detector.ProcessFrame(frame);

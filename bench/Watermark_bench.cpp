@@ -1,0 +1,83 @@
+// The reference watermark on the frame path: embedder and detector throughput per core on
+// textured, moving 1080p and 2160p pictures, beside a memcpy of the same luma planes. The
+// counter "Mpx/s" is luma megapixels per second of one core; 2160p50 is 415 Mpx/s in all.
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "plugins/watermark/WatermarkDetector.h"
+#include "plugins/watermark/WatermarkEmbedder.h"
+#include "plugins/watermark/testing/SyntheticScene.h"
+
+namespace {
+
+constexpr std::uint64_t kSeed = 0x5EED'1234'ABCD'0001ull;
+constexpr double kFrameRate = 50.0;
+constexpr int kSceneFrames = 8;  // distinct pictures cycled through, so content moves
+
+std::vector<Framework::Frame> Scene(int width, int height) {
+  const Framework::VideoFormatInfo format(Framework::PixelLayout::Yuv420P8, width, height, kFrameRate);
+  std::vector<Framework::Frame> frames;
+  for (int index = 0; index < kSceneFrames; ++index) {
+    frames.emplace_back(format);
+    Lumenseal::Testing::PaintScene(frames.back(), static_cast<std::uint64_t>(index));
+  }
+  return frames;
+}
+
+void CountPixels(benchmark::State& state, int width, int height) {
+  state.counters["Mpx/s"] = benchmark::Counter(static_cast<double>(width) * height / 1e6,
+                                               benchmark::Counter::kIsIterationInvariantRate);
+}
+
+void BM_Embed(benchmark::State& state) {
+  const auto width = static_cast<int>(state.range(0));
+  const auto height = static_cast<int>(state.range(1));
+  auto frames = Scene(width, height);
+  Lumenseal::WatermarkEmbedder embedder(kSeed, {});
+  Lumenseal::EmbedRequest request;
+  request.frameRate = kFrameRate;
+  request.cid = 101;
+  request.slotStart = 848'000'000;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(embedder.Embed(frames[request.frameIndex % kSceneFrames], request));
+    ++request.frameIndex;
+  }
+  CountPixels(state, width, height);
+}
+BENCHMARK(BM_Embed)->Args({1920, 1080})->Args({3840, 2160})->Unit(benchmark::kMillisecond);
+
+void BM_Detect(benchmark::State& state) {
+  const auto width = static_cast<int>(state.range(0));
+  const auto height = static_cast<int>(state.range(1));
+  const auto frames = Scene(width, height);
+  Lumenseal::WatermarkDetector detector(kSeed, kFrameRate);
+  std::uint64_t index = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(detector.ProcessFrame(frames[index++ % kSceneFrames]));
+  }
+  CountPixels(state, width, height);
+}
+BENCHMARK(BM_Detect)->Args({1920, 1080})->Args({3840, 2160})->Unit(benchmark::kMillisecond);
+
+void BM_MemcpyLuma(benchmark::State& state) {
+  const auto width = static_cast<int>(state.range(0));
+  const auto height = static_cast<int>(state.range(1));
+  const auto frames = Scene(width, height);
+  auto target = Scene(width, height);
+  const std::size_t bytes = static_cast<std::size_t>(frames[0].GetPitch(0)) * height;
+  std::uint64_t index = 0;
+  for (auto _ : state) {
+    const auto slot = index++ % kSceneFrames;
+    std::memcpy(target[slot].GetPlane(0), frames[slot].GetPlane(0), bytes);
+    benchmark::ClobberMemory();
+  }
+  CountPixels(state, width, height);
+}
+BENCHMARK(BM_MemcpyLuma)->Args({1920, 1080})->Args({3840, 2160})->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
