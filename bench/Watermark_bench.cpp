@@ -27,15 +27,17 @@ std::vector<Framework::Frame> Scene(int width, int height) {
   return frames;
 }
 
-void CountPixels(benchmark::State& state, int width, int height) {
+// The scene at the size the benchmark's arguments give; counts its luma pixels as the rate.
+std::vector<Framework::Frame> SceneFor(benchmark::State& state) {
+  const auto width = static_cast<int>(state.range(0));
+  const auto height = static_cast<int>(state.range(1));
   state.counters["Mpx/s"] = benchmark::Counter(static_cast<double>(width) * height / 1e6,
                                                benchmark::Counter::kIsIterationInvariantRate);
+  return Scene(width, height);
 }
 
 void BM_Embed(benchmark::State& state) {
-  const auto width = static_cast<int>(state.range(0));
-  const auto height = static_cast<int>(state.range(1));
-  auto frames = Scene(width, height);
+  auto frames = SceneFor(state);
   Lumenseal::WatermarkEmbedder embedder(kSeed, {});
   Lumenseal::EmbedRequest request;
   request.frameRate = kFrameRate;
@@ -45,36 +47,30 @@ void BM_Embed(benchmark::State& state) {
     benchmark::DoNotOptimize(embedder.Embed(frames[request.frameIndex % kSceneFrames], request));
     ++request.frameIndex;
   }
-  CountPixels(state, width, height);
 }
 BENCHMARK(BM_Embed)->Args({1920, 1080})->Args({3840, 2160})->Unit(benchmark::kMillisecond);
 
 void BM_Detect(benchmark::State& state) {
-  const auto width = static_cast<int>(state.range(0));
-  const auto height = static_cast<int>(state.range(1));
-  const auto frames = Scene(width, height);
+  const auto frames = SceneFor(state);
   Lumenseal::WatermarkDetector detector(kSeed, kFrameRate);
   std::uint64_t index = 0;
   for (auto _ : state) {
     benchmark::DoNotOptimize(detector.ProcessFrame(frames[index++ % kSceneFrames]));
   }
-  CountPixels(state, width, height);
 }
 BENCHMARK(BM_Detect)->Args({1920, 1080})->Args({3840, 2160})->Unit(benchmark::kMillisecond);
 
 void BM_MemcpyLuma(benchmark::State& state) {
-  const auto width = static_cast<int>(state.range(0));
-  const auto height = static_cast<int>(state.range(1));
-  const auto frames = Scene(width, height);
-  auto target = Scene(width, height);
-  const std::size_t bytes = static_cast<std::size_t>(frames[0].GetPitch(0)) * height;
+  const auto frames = SceneFor(state);
+  auto target = frames;
+  const std::size_t bytes =
+      static_cast<std::size_t>(frames[0].GetPitch(0)) * frames[0].GetFormat().GetHeight();
   std::uint64_t index = 0;
   for (auto _ : state) {
     const auto slot = index++ % kSceneFrames;
     std::memcpy(target[slot].GetPlane(0), frames[slot].GetPlane(0), bytes);
     benchmark::ClobberMemory();
   }
-  CountPixels(state, width, height);
 }
 BENCHMARK(BM_MemcpyLuma)->Args({1920, 1080})->Args({3840, 2160})->Unit(benchmark::kMillisecond);
 

@@ -74,15 +74,21 @@ void WriteFrame(std::ostream& out, const Framework::Frame& frame) {
   }
 }
 
+int NotY4m() {
+  std::cerr << "watermark_driver: stdin is not a 4:2:0 Y4M stream\n";
+  return 1;
+}
+
+Framework::Frame FrameFor(const Y4mHeader& header) {
+  return Framework::Frame(Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, header.width,
+                                                     header.height, header.frameRate));
+}
+
 int Embed(std::uint64_t seed, const Lumenseal::EmbedRequest& base,
           const Lumenseal::EmbedderStrength& strength) {
   const auto header = ReadHeader(std::cin);
-  if (!header) {
-    std::cerr << "watermark_driver: stdin is not a 4:2:0 Y4M stream\n";
-    return 1;
-  }
-  Framework::Frame frame(Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, header->width,
-                                                    header->height, header->frameRate));
+  if (!header) return NotY4m();
+  Framework::Frame frame = FrameFor(*header);
   Lumenseal::WatermarkEmbedder embedder(seed, strength);
   std::cout << header->line << '\n';
   Lumenseal::EmbedRequest request = base;
@@ -100,12 +106,8 @@ int Embed(std::uint64_t seed, const Lumenseal::EmbedRequest& base,
 
 int Detect(std::uint64_t seed) {
   const auto header = ReadHeader(std::cin);
-  if (!header) {
-    std::cerr << "watermark_driver: stdin is not a 4:2:0 Y4M stream\n";
-    return 1;
-  }
-  Framework::Frame frame(Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, header->width,
-                                                    header->height, header->frameRate));
+  if (!header) return NotY4m();
+  Framework::Frame frame = FrameFor(*header);
   Lumenseal::WatermarkDetector detector(seed, header->frameRate);
   double maxSync = std::numeric_limits<double>::lowest();
   std::uint64_t frames = 0;
