@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 
 #include "WatermarkLayout.h"
 
@@ -19,8 +18,10 @@ constexpr double kBoundaryTolerance = 0.25;
 constexpr int kMismatchesToUnlock = 2;
 // Bit-sum signal-to-noise ratios that map to quality 0 (noise alone) and quality 1.
 constexpr double kNoiseSnr = 1.33;
-constexpr double kMinimumVariance = 1e-12;
 constexpr double kFullQualitySnr = 4.0;
+constexpr double kMinimumVariance = 1e-12;
+// Frame rate assumed when the caller gives none.
+constexpr double kDefaultFrameRate = 25.0;
 
 double Quality(const std::vector<double>& sums) {
   const double count = static_cast<double>(sums.size());
@@ -38,7 +39,7 @@ double Quality(const std::vector<double>& sums) {
 
 WatermarkDetector::WatermarkDetector(std::uint64_t seed, double frameRate)
     : seed_(seed),
-      frameRate_(frameRate > 0.0 ? frameRate : 25.0),
+      frameRate_(frameRate > 0.0 ? frameRate : kDefaultFrameRate),
       window_(std::max(1, static_cast<int>(std::lround(frameRate_)))),
       confirmDelay_(std::max(1, window_ / kConfirmDelayDivisor)),
       bitSums_(PayloadCodec::kWordBits, 0.0) {}
@@ -176,8 +177,8 @@ bool WatermarkDetector::PairUp(const DecodedWord& decoded, DetectorReport& repor
   for (auto earlier = unconfirmed_.rbegin(); earlier != unconfirmed_.rend(); ++earlier) {
     const std::int64_t frames = decoded.endFrame - earlier->endFrame;
     const std::int64_t seconds = std::llround(static_cast<double>(frames) / window_);
-    if (seconds < 1 || seconds > kMaxPairSeconds ||
-        std::abs(frames - seconds * window_) > std::max<std::int64_t>(1, std::llround(kBoundaryTolerance * window_))) {
+    const std::int64_t tolerance = std::max<std::int64_t>(1, std::llround(kBoundaryTolerance * window_));
+    if (seconds < 1 || seconds > kMaxPairSeconds || std::abs(frames - seconds * window_) > tolerance) {
       continue;
     }
     if (earlier->word.kind == decoded.word.kind) continue;

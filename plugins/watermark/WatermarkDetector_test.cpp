@@ -19,23 +19,35 @@ struct Clip {
   std::vector<Framework::Frame> frames;
 };
 
-// `seconds` of the moving test scene at `frameRate`; frames from `markedFrom` on are marked.
-Clip SceneClip(double frameRate, int seconds, std::uint64_t markedFrom = 0, std::uint64_t markedTo = ~0ull) {
-  const Framework::VideoFormatInfo format(Framework::PixelLayout::Yuv420P8, 640, 360, frameRate);
+// What a stretch of a clip is marked with; frames of the stretch outside [from, to) are not.
+struct Marking {
+  std::uint32_t cid = kCid;
+  std::int64_t slotStart = kSlotStart;
+  std::uint64_t from = 0;
+  std::uint64_t to = ~0ull;
+};
+
+// Appends `seconds` of the moving test scene, marked as one embedding session from its first frame.
+void AppendScene(Clip& clip, int seconds, const Marking& marking) {
+  const Framework::VideoFormatInfo format(Framework::PixelLayout::Yuv420P8, 640, 360, clip.frameRate);
   WatermarkEmbedder embedder(kSeed, {});
-  Clip clip{frameRate, {}};
-  const auto count = static_cast<std::uint64_t>(frameRate * seconds);
+  const auto count = static_cast<std::uint64_t>(clip.frameRate * seconds);
   for (std::uint64_t index = 0; index < count; ++index) {
     clip.frames.emplace_back(format);
-    Testing::PaintScene(clip.frames.back(), index);
+    Testing::PaintScene(clip.frames.back(), clip.frames.size());
     EmbedRequest request;
     request.frameIndex = index;
-    request.frameRate = frameRate;
-    request.cid = kCid;
-    request.slotStart = kSlotStart;
-    request.bypass = index < markedFrom || index >= markedTo;
+    request.frameRate = clip.frameRate;
+    request.cid = marking.cid;
+    request.slotStart = marking.slotStart;
+    request.bypass = index < marking.from || index >= marking.to;
     embedder.Embed(clip.frames.back(), request);
   }
+}
+
+Clip SceneClip(double frameRate, int seconds, const Marking& marking = {}) {
+  Clip clip{frameRate, {}};
+  AppendScene(clip, seconds, marking);
   return clip;
 }
 
@@ -105,7 +117,9 @@ TEST(WatermarkDetector, FindsNothingWithoutTheRightSeed) {
   EXPECT_TRUE(wrongSeed.detections.empty());
   EXPECT_TRUE(wrongSeed.presenceChanges.empty());
 
-  const Clip unmarked = SceneClip(25.0, 6, ~0ull);
+  Marking none;
+  none.from = ~0ull;
+  const Clip unmarked = SceneClip(25.0, 6, none);
   const Seen nothing = Detect(unmarked, kSeed);
   EXPECT_TRUE(nothing.detections.empty());
   EXPECT_TRUE(nothing.presenceChanges.empty());
@@ -113,7 +127,10 @@ TEST(WatermarkDetector, FindsNothingWithoutTheRightSeed) {
 
 TEST(WatermarkDetector, PresenceComesAndGoesWithTheMark) {
   constexpr double kFrameRate = 25.0;
-  const Clip clip = SceneClip(kFrameRate, 10, 50, 150);
+  Marking middle;
+  middle.from = 50;
+  middle.to = 150;
+  const Clip clip = SceneClip(kFrameRate, 10, middle);
   const Seen seen = Detect(clip, kSeed);
   ASSERT_EQ(2u, seen.presenceChanges.size());
   EXPECT_EQ(true, seen.presenceChanges[0].presence);
@@ -127,6 +144,30 @@ TEST(WatermarkDetector, PresenceComesAndGoesWithTheMark) {
     EXPECT_GE(second, 2);
     EXPECT_LE(second, 5);
   }
+}
+
+TEST(WatermarkDetector, RelocksWhenTheContentChanges) {
+  Clip clip = SceneClip(25.0, 5);
+  Marking next;
+  next.cid = 202;
+  next.slotStart = 900'000'000;
+  AppendScene(clip, 6, next);
+  const Seen seen = Detect(clip, kSeed);
+  std::vector<std::int32_t> first;
+  std::vector<std::int32_t> second;
+  for (const Detection& found : seen.detections) {
+    ASSERT_TRUE(found.cid == kCid || found.cid == next.cid) << found.cid;
+    (found.cid == kCid ? first : second).push_back(found.timestamp);
+    if (found.cid == next.cid) {
+      EXPECT_GE(found.mediaTime, 5.0 - 0.1);
+    }
+  }
+  ASSERT_GE(first.size(), 4u);
+  EXPECT_EQ(kSlotStart, first.front());
+  // The new session's last second is not decided; the ones before it run up to it one by one.
+  ASSERT_GE(second.size(), 3u);
+  EXPECT_EQ(next.slotStart + 4, second.back());
+  for (std::size_t i = 1; i < second.size(); ++i) EXPECT_EQ(second[i - 1] + 1, second[i]);
 }
 
 }  // namespace
