@@ -1,5 +1,10 @@
 #include "PayloadCodec.h"
 
+#include <algorithm>
+#include <bitset>
+#include <cmath>
+#include <numeric>
+
 #include <boost/crc.hpp>
 
 namespace Lumenseal {
@@ -45,6 +50,28 @@ std::optional<PayloadWord> PayloadCodec::Decode(std::uint64_t bits) {
   if (Crc(word.kind, word.value) != (bits & kCrcMask)) return std::nullopt;
   if (word.kind == WordKind::Time && !IsTimeSecond(TimestampOf(word))) return std::nullopt;
   return word;
+}
+
+std::optional<PayloadWord> PayloadCodec::DecodeSoft(const std::vector<double>& soft) {
+  if (soft.size() != static_cast<std::size_t>(kWordBits)) return std::nullopt;
+  std::uint64_t hard = 0;
+  for (double value : soft) hard = hard << 1 | (value > 0.0 ? 1u : 0u);
+  std::vector<int> weakest(soft.size());
+  std::iota(weakest.begin(), weakest.end(), 0);
+  std::partial_sort(weakest.begin(), weakest.begin() + kChaseBits, weakest.end(),
+                    [&](int a, int b) { return std::abs(soft[static_cast<std::size_t>(a)]) <
+                                               std::abs(soft[static_cast<std::size_t>(b)]); });
+  for (std::size_t flips = 0; flips <= static_cast<std::size_t>(kChaseBits); ++flips) {
+    for (unsigned pattern = 0; pattern < (1u << kChaseBits); ++pattern) {
+      if (std::bitset<kChaseBits>(pattern).count() != flips) continue;
+      std::uint64_t trial = hard;
+      for (int i = 0; i < kChaseBits; ++i) {
+        if ((pattern >> i) & 1u) trial ^= std::uint64_t{1} << (kWordBits - 1 - weakest[static_cast<std::size_t>(i)]);
+      }
+      if (auto word = Decode(trial)) return word;
+    }
+  }
+  return std::nullopt;
 }
 
 std::int32_t PayloadCodec::TimestampOf(const PayloadWord& word) {

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace Lumenseal {
 
@@ -30,6 +31,9 @@ class PayloadCodec {
  public:
   static constexpr int kWordBits = 48;
   static constexpr int kCrcBits = 15;
+  // Least reliable bits that soft decoding may flip: 8 trials, so a random pattern passes about
+  // once in 2^12 instead of 2^15.
+  static constexpr int kChaseBits = 3;
 
   // The word that second `timestamp` (seconds since 2000-01-01) of content `cid` carries.
   static PayloadWord WordForSecond(std::uint32_t cid, std::int64_t timestamp);
@@ -40,6 +44,11 @@ class PayloadCodec {
   // The word in `bits` (low 48 bits), or nothing when its CRC does not match or, for a time
   // stamp, when its parity does not say "time stamp".
   static std::optional<PayloadWord> Decode(std::uint64_t bits);
+
+  // The word in soft bits (`soft[i] > 0` reads bit 47 - i as 1; the magnitude is its
+  // reliability): the hard decision first, then the same with the kChaseBits least reliable bits
+  // flipped in every combination, fewest flips first. Nothing when none of them passes Decode.
+  static std::optional<PayloadWord> DecodeSoft(const std::vector<double>& soft);
 
   // The time stamp a word's value stands for (the value read as a signed 32-bit count).
   static std::int32_t TimestampOf(const PayloadWord& word);

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
+#include <vector>
 
 namespace Lumenseal {
 namespace {
@@ -68,6 +70,46 @@ TEST(PayloadCodec, CrcRejectsDamagedWords) {
   }
   EXPECT_FALSE(PayloadCodec::Decode(0));
   EXPECT_FALSE(PayloadCodec::Decode(good | std::uint64_t{1} << 50)) << "bits above the word";
+}
+
+// Soft bits of `bits`: magnitude 1, except `weak` bits (by index into the soft vector) at 0.1.
+std::vector<double> Soft(std::uint64_t bits, std::initializer_list<int> weak = {}) {
+  std::vector<double> soft(PayloadCodec::kWordBits);
+  for (int i = 0; i < PayloadCodec::kWordBits; ++i) {
+    soft[static_cast<std::size_t>(i)] = (bits >> (PayloadCodec::kWordBits - 1 - i)) & 1 ? 1.0 : -1.0;
+  }
+  for (int i : weak) soft[static_cast<std::size_t>(i)] *= 0.1;
+  return soft;
+}
+
+TEST(PayloadCodec, SoftDecodingRepairsOnlyItsLeastReliableBits) {
+  const PayloadWord word{WordKind::Time, 848'000'001};
+  const std::uint64_t good = PayloadCodec::Encode(word);
+  auto flip = [&](std::initializer_list<int> indices) {
+    std::uint64_t bits = good;
+    for (int i : indices) bits ^= std::uint64_t{1} << (PayloadCodec::kWordBits - 1 - i);
+    return bits;
+  };
+  static const struct {
+    std::initializer_list<int> flipped;
+    std::initializer_list<int> weak;
+    bool decodes;
+  } cases[] = {
+      {{}, {}, true},
+      {{5}, {5}, true},
+      {{0, 47}, {0, 47, 20}, true},
+      {{3, 30, 44}, {3, 30, 44}, true},
+      {{7}, {}, false},                       // a confident wrong bit is not guessed at
+      {{3, 30, 44, 12}, {3, 30, 44, 12}, false},  // more wrong bits than are tried
+  };
+  for (const auto& c : cases) {
+    const auto decoded = PayloadCodec::DecodeSoft(Soft(flip(c.flipped), c.weak));
+    EXPECT_EQ(c.decodes, decoded.has_value()) << c.flipped.size() << " flipped";
+    if (decoded) {
+      EXPECT_EQ(word, *decoded);
+    }
+  }
+  EXPECT_FALSE(PayloadCodec::DecodeSoft(std::vector<double>(3, 1.0))) << "wrong length";
 }
 
 TEST(PayloadCodec, TimeWordWithEvenTimestampIsRejected) {

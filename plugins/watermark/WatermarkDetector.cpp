@@ -135,9 +135,7 @@ std::optional<WatermarkDetector::Window> WatermarkDetector::FindSecondEnd() {
 }
 
 void WatermarkDetector::DecodeWindow(const Window& window, DetectorReport& report) {
-  std::uint64_t bits = 0;
-  for (double sum : window.sums) bits = bits << 1 | (sum > 0.0 ? 1u : 0u);
-  const auto word = PayloadCodec::Decode(bits);
+  const auto word = PayloadCodec::DecodeSoft(window.sums);
   if (!word) return;
   Confirm(DecodedWord{*word, window.endFrame, Quality(window.sums)}, report);
 }
