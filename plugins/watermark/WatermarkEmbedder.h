@@ -5,11 +5,13 @@
 // for time stamp slot start + s. The chip amplitude of a cell follows the cell's texture
 // (perceptual masking): peak amplitude = GlobalDepth * (1 + kTextureGain * activity), capped at
 // MaxLocalDepth luma levels, where activity is the cell's mean absolute difference between the
-// means of neighbouring 4x4 blocks (texture at the chips' scale; pixel grain hardly counts). The embedder also subtracts kHostCancellation of the chip that the
-// picture itself already holds in each cell (informed embedding), so that the detector's reading
-// of a cell depends little on the picture; the sum stays within MaxLocalDepth. Marked samples are kept inside the legal luma range 16..235 (a sample
-// already outside it is never pushed further out). The keyed layout is computed once per picture
-// size; a frame costs one pass to measure texture and one to add the chips.
+// means of neighbouring 4x4 blocks (texture at the chips' scale; pixel grain hardly counts). The
+// embedder also subtracts kHostCancellation of the chip that the picture itself already holds in
+// each cell (informed embedding), so that the detector's reading of a cell depends little on the
+// picture; the sum stays within MaxLocalDepth. Marked samples are kept inside the legal luma range
+// 16..235 (a sample already outside it is never pushed further out). The keyed layout is computed
+// once per picture size; a frame costs three passes over its luma: block sums, the projection on
+// the chips, and adding the chips.
 // Not thread-safe: one embedder serves one stream, one frame at a time.
 #pragma once
 
