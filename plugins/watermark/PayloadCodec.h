@@ -1,0 +1,57 @@
+// The watermark payload: one 48-bit word a second, each checked on its own by a CRC.
+//
+// A word carries either the content identifier (CID) or the time stamp of its second, in whole
+// seconds since 2000-01-01 00:00:00 UTC. The kind follows the time stamp's parity: even seconds
+// carry the CID, odd seconds the time stamp, so a detector that reads any two neighbouring
+// seconds has both and can check that they agree. Layout, most significant bit first:
+//   bit 47       kind (0 CID, 1 time stamp)
+//   bits 46..15  the 32-bit value (the time stamp as a two's-complement 32-bit count)
+//   bits 14..0   CRC-15 (polynomial 0x4599) over kind and value
+// Stateless; safe to use from any thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace Lumenseal {
+
+enum class WordKind : int { Cid = 0, Time = 1 };
+
+struct PayloadWord {
+  WordKind kind = WordKind::Cid;
+  std::uint32_t value = 0;
+
+  bool operator==(const PayloadWord& other) const {
+    return kind == other.kind && value == other.value;
+  }
+};
+
+class PayloadCodec {
+ public:
+  static constexpr int kWordBits = 48;
+  static constexpr int kCrcBits = 15;
+  // Least reliable bits that soft decoding may flip: 8 trials, so a random pattern passes about
+  // once in 2^12 instead of 2^15.
+  static constexpr int kChaseBits = 3;
+
+  // The word that second `timestamp` (seconds since 2000-01-01) of content `cid` carries.
+  static PayloadWord WordForSecond(std::uint32_t cid, std::int64_t timestamp);
+
+  // The 48 coded bits of `word`, in the low bits of the result.
+  static std::uint64_t Encode(const PayloadWord& word);
+
+  // The word in `bits` (low 48 bits), or nothing when its CRC does not match or, for a time
+  // stamp, when its parity does not say "time stamp".
+  static std::optional<PayloadWord> Decode(std::uint64_t bits);
+
+  // The word in soft bits (`soft[i] > 0` reads bit 47 - i as 1; the magnitude is its
+  // reliability): the hard decision first, then the same with the kChaseBits least reliable bits
+  // flipped in every combination, fewest flips first. Nothing when none of them passes Decode.
+  static std::optional<PayloadWord> DecodeSoft(const std::vector<double>& soft);
+
+  // The time stamp a word's value stands for (the value read as a signed 32-bit count).
+  static std::int32_t TimestampOf(const PayloadWord& word);
+};
+
+}  // namespace Lumenseal

@@ -1,0 +1,229 @@
+#include "WatermarkDetector.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "WatermarkLayout.h"
+
+namespace Lumenseal {
+namespace {
+
+// A second's end is decided this fraction of a second after it (at least one frame later).
+constexpr int kConfirmDelayDivisor = 12;
+// Unconfirmed words kept, and how far apart (in seconds) two words may be to confirm each other.
+constexpr std::size_t kUnconfirmedKept = 4;
+constexpr std::int64_t kMaxPairSeconds = 3;
+// How far (in windows) a word's window end may be from a whole number of seconds after another's.
+constexpr double kBoundaryTolerance = 0.25;
+constexpr int kMismatchesToUnlock = 2;
+// Bit-sum signal-to-noise ratios that map to quality 0 (noise alone) and quality 1.
+constexpr double kNoiseSnr = 1.33;
+constexpr double kFullQualitySnr = 4.0;
+constexpr double kMinimumVariance = 1e-12;
+// Frame rate assumed when the caller gives none.
+constexpr double kDefaultFrameRate = 25.0;
+
+double Quality(const std::vector<double>& sums) {
+  const double count = static_cast<double>(sums.size());
+  double mean = 0.0;
+  for (double sum : sums) mean += std::abs(sum);
+  mean /= count;
+  double variance = 0.0;
+  for (double sum : sums) variance += (std::abs(sum) - mean) * (std::abs(sum) - mean);
+  const double spread = std::sqrt(variance / count);
+  if (spread <= 0.0) return 1.0;
+  return std::clamp((mean / spread - kNoiseSnr) / (kFullQualitySnr - kNoiseSnr), 0.0, 1.0);
+}
+
+}  // namespace
+
+WatermarkDetector::WatermarkDetector(std::uint64_t seed, double frameRate)
+    : seed_(seed),
+      frameRate_(frameRate > 0.0 ? frameRate : kDefaultFrameRate),
+      window_(std::max(1, static_cast<int>(std::lround(frameRate_)))),
+      confirmDelay_(std::max(1, window_ / kConfirmDelayDivisor)),
+      bitSums_(PayloadCodec::kWordBits, 0.0) {}
+
+WatermarkDetector::~WatermarkDetector() = default;
+
+double WatermarkDetector::SyncScore() const {
+  const auto cells = static_cast<double>(syncSums_.size());
+  if (history_.empty() || cells < 2) return 0.0;
+  double sum = 0.0;
+  double squares = 0.0;
+  for (double vote : syncSums_) {
+    sum += vote;
+    squares += vote * vote;
+  }
+  const double mean = sum / cells;
+  const double variance = std::max(squares / cells - mean * mean, kMinimumVariance);
+  return mean / std::sqrt(variance / cells);
+}
+
+double WatermarkDetector::MediaTime(std::int64_t frame) const {
+  return static_cast<double>(frame) / frameRate_;
+}
+
+DetectorReport WatermarkDetector::ProcessFrame(const Framework::Frame& frame) {
+  DetectorReport report;
+  const auto& format = frame.GetFormat();
+  Configure(format.GetPlaneWidth(0), format.GetPlaneHeight(0));
+  Slide(Measure(frame));
+  const auto secondEnd = FindSecondEnd();
+  if (secondEnd) DecodeWindow(*secondEnd, report);
+  UpdatePresence(!report.detections.empty(), report);
+  ++frameCount_;
+  return report;
+}
+
+void WatermarkDetector::Configure(int width, int height) {
+  if (layout_ && layout_->Width() == width && layout_->Height() == height) return;
+  layout_ = std::make_unique<WatermarkLayout>(seed_, width, height);
+  history_.clear();
+  std::fill(bitSums_.begin(), bitSums_.end(), 0.0);
+  syncSums_.assign(static_cast<std::size_t>(layout_->CellsOf(WatermarkLayout::kSyncChannel)), 0.0);
+  windows_.clear();
+}
+
+WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Frame& frame) {
+  layout_->ProjectCells(frame.GetPlane(0), frame.GetPitch(0), cellAmplitudes_);
+  FrameMeasure measure;
+  measure.bits.assign(PayloadCodec::kWordBits, 0.0);
+  measure.syncVotes.reserve(syncSums_.size());
+  for (int cell = 0; cell < layout_->CellCount(); ++cell) {
+    const double amplitude = cellAmplitudes_[static_cast<std::size_t>(cell)];
+    const double vote = layout_->Sign(cell) * std::clamp(amplitude, -kClipAmplitude, kClipAmplitude);
+    const int channel = layout_->Channel(cell);
+    if (channel == WatermarkLayout::kSyncChannel) {
+      measure.syncVotes.push_back(vote);
+    } else {
+      measure.bits[static_cast<std::size_t>(channel - 1)] += vote / layout_->CellsOf(channel);
+    }
+  }
+  return measure;
+}
+
+void WatermarkDetector::Slide(FrameMeasure measure) {
+  if (static_cast<int>(history_.size()) == window_) {
+    const FrameMeasure& oldest = history_.front();
+    for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] -= oldest.bits[bit];
+    for (std::size_t cell = 0; cell < syncSums_.size(); ++cell) syncSums_[cell] -= oldest.syncVotes[cell];
+    history_.pop_front();
+  }
+  for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] += measure.bits[bit];
+  for (std::size_t cell = 0; cell < syncSums_.size(); ++cell) syncSums_[cell] += measure.syncVotes[cell];
+  history_.push_back(std::move(measure));
+}
+
+std::optional<WatermarkDetector::Window> WatermarkDetector::FindSecondEnd() {
+  if (static_cast<int>(history_.size()) < window_) return std::nullopt;
+  double energy = 0.0;
+  for (double sum : bitSums_) energy += std::abs(sum);
+  windows_.push_back(Window{frameCount_, energy, bitSums_});
+  if (static_cast<int>(windows_.size()) > window_ / 2 + confirmDelay_ + 1) windows_.pop_front();
+  // The candidate is the window confirmDelay_ frames back; it ends a second when no window of
+  // the half second before it nor of the frames since has more energy.
+  const auto candidate = static_cast<std::ptrdiff_t>(windows_.size()) - 1 - confirmDelay_;
+  if (candidate < 0) return std::nullopt;
+  const double candidateEnergy = windows_[static_cast<std::size_t>(candidate)].energy;
+  for (std::size_t i = 0; i < windows_.size(); ++i) {
+    if (static_cast<std::ptrdiff_t>(i) != candidate && windows_[i].energy > candidateEnergy) {
+      return std::nullopt;
+    }
+  }
+  return windows_[static_cast<std::size_t>(candidate)];
+}
+
+void WatermarkDetector::DecodeWindow(const Window& window, DetectorReport& report) {
+  const auto word = PayloadCodec::DecodeSoft(window.sums);
+  if (!word) return;
+  Confirm(DecodedWord{*word, window.endFrame, Quality(window.sums)}, report);
+}
+
+void WatermarkDetector::Confirm(const DecodedWord& decoded, DetectorReport& report) {
+  // While the second boundary is still being found, a later window of the same second may decode
+  // too: the one chosen later is the better aligned.
+  const std::int64_t sameSecond = window_ / 2;
+  if (locked_ && decoded.endFrame - lockFrame_ <= sameSecond) return;
+  if (!unconfirmed_.empty() && decoded.endFrame - unconfirmed_.back().endFrame <= sameSecond) {
+    unconfirmed_.pop_back();
+  }
+  if (locked_) {
+    const std::int64_t seconds =
+        std::llround(static_cast<double>(decoded.endFrame - lockFrame_) / window_);
+    const std::int64_t expected = lockTimestamp_ + seconds;
+    const bool consistent = decoded.word.kind == WordKind::Cid
+                                ? decoded.word.value == lockCid_ && expected % 2 == 0
+                                : PayloadCodec::TimestampOf(decoded.word) == expected;
+    if (consistent) {
+      mismatches_ = 0;
+      Emit(lockCid_, expected, decoded, report);
+      return;
+    }
+    if (++mismatches_ < kMismatchesToUnlock) {
+      unconfirmed_.push_back(decoded);
+      return;
+    }
+    locked_ = false;
+  }
+  if (PairUp(decoded, report)) return;
+  unconfirmed_.push_back(decoded);
+  if (unconfirmed_.size() > kUnconfirmedKept) unconfirmed_.pop_front();
+}
+
+bool WatermarkDetector::PairUp(const DecodedWord& decoded, DetectorReport& report) {
+  for (auto earlier = unconfirmed_.rbegin(); earlier != unconfirmed_.rend(); ++earlier) {
+    const std::int64_t frames = decoded.endFrame - earlier->endFrame;
+    const std::int64_t seconds = std::llround(static_cast<double>(frames) / window_);
+    const std::int64_t tolerance = std::max<std::int64_t>(1, std::llround(kBoundaryTolerance * window_));
+    if (seconds < 1 || seconds > kMaxPairSeconds || std::abs(frames - seconds * window_) > tolerance) {
+      continue;
+    }
+    if (earlier->word.kind == decoded.word.kind) continue;
+    const bool laterIsTime = decoded.word.kind == WordKind::Time;
+    const DecodedWord& time = laterIsTime ? decoded : *earlier;
+    const DecodedWord& cid = laterIsTime ? *earlier : decoded;
+    const std::int64_t cidTimestamp =
+        PayloadCodec::TimestampOf(time.word) + (laterIsTime ? -seconds : seconds);
+    if (cidTimestamp % 2 != 0) continue;
+    const DecodedWord first = *earlier;
+    const std::int64_t firstTimestamp = laterIsTime ? cidTimestamp : PayloadCodec::TimestampOf(time.word);
+    locked_ = true;
+    lockCid_ = cid.word.value;
+    mismatches_ = 0;
+    unconfirmed_.clear();
+    Emit(lockCid_, firstTimestamp, first, report);
+    Emit(lockCid_, firstTimestamp + seconds, decoded, report);
+    return true;
+  }
+  return false;
+}
+
+void WatermarkDetector::Emit(std::uint32_t cid, std::int64_t timestamp, const DecodedWord& decoded,
+                             DetectorReport& report) {
+  lockFrame_ = decoded.endFrame;
+  lockTimestamp_ = timestamp;
+  report.detections.push_back(Detection{cid, static_cast<std::int32_t>(timestamp), decoded.quality,
+                                        MediaTime(decoded.endFrame - window_ + 1)});
+}
+
+void WatermarkDetector::UpdatePresence(bool confirmed, DetectorReport& report) {
+  const bool fullWindow = static_cast<int>(history_.size()) == window_;
+  const double score = SyncScore();
+  if (confirmed || (fullWindow && score >= (present_ ? kPresenceOff : kPresenceOn))) {
+    lastEvidenceFrame_ = frameCount_;
+    if (!present_) {
+      present_ = true;
+      report.presence = true;
+      report.presenceMediaTime = MediaTime(std::max<std::int64_t>(0, frameCount_ - window_ + 1));
+    }
+    return;
+  }
+  if (present_ && frameCount_ - lastEvidenceFrame_ > kAbsenceSeconds * frameRate_) {
+    present_ = false;
+    report.presence = false;
+    report.presenceMediaTime = MediaTime(lastEvidenceFrame_ + 1);
+  }
+}
+
+}  // namespace Lumenseal

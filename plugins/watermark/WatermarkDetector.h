@@ -1,0 +1,129 @@
+// Finds the watermark of one seed in a stream of 8-bit planar frames and reads its payload.
+//
+// Every frame is reduced to one amplitude estimate per cell (the luma's correlation with the
+// cell's chip), clipped to kClipAmplitude so that strong picture structure cannot outvote the
+// mark. Over a sliding one-second window the votes of each sync cell are summed, and the mean of
+// those sums over their standard error is the sync score; the bit channels' mean votes are summed
+// over the same window. The second
+// boundaries are found at any offset: a window whose bit sums are larger than those of the
+// windows ending in the half second before it and in the few frames after it ends a second,
+// because a window that straddles two words loses the bits in which they differ. Each such
+// window's signs are decoded and CRC-checked. A decoded second is reported only once it agrees with another: a CID word and a
+// time word whose distance in seconds matches their time stamps, or the CID and time stamp the
+// detector is already locked on. Presence is raised when the sync score over a second or a
+// reported second says a mark is there, and dropped after kAbsenceSeconds without either.
+// Not thread-safe: one detector watches one stream, one frame at a time.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "PayloadCodec.h"
+#include "framework/Frame.h"
+
+namespace Lumenseal {
+
+class WatermarkLayout;
+
+// One decoded and confirmed second.
+struct Detection {
+  std::uint32_t cid = 0;
+  std::int32_t timestamp = 0;  // seconds since 2000-01-01 00:00:00 UTC
+  double quality = 0.0;        // 0..1, from the spread of the bit sums
+  double mediaTime = 0.0;      // seconds from the detector's first frame to the second's start
+};
+
+// What one frame brought: confirmed seconds (usually none, at most a few) and a presence change.
+struct DetectorReport {
+  std::vector<Detection> detections;
+  std::optional<bool> presence;  // set when the mark appeared (true) or went (false)
+  double presenceMediaTime = 0.0;
+};
+
+class WatermarkDetector {
+ public:
+  static constexpr double kClipAmplitude = 4.0;
+  // Window-mean sync score that raises presence, and the one that keeps it up. Set from unmarked
+  // video (see plugins/README.md).
+  static constexpr double kPresenceOn = 4.5;
+  static constexpr double kPresenceOff = 3.0;
+  static constexpr double kAbsenceSeconds = 2.0;
+
+  // A detector for the mark of `seed` in a stream of `frameRate` frames per second.
+  WatermarkDetector(std::uint64_t seed, double frameRate);
+  ~WatermarkDetector();
+  WatermarkDetector(const WatermarkDetector&) = delete;
+  WatermarkDetector& operator=(const WatermarkDetector&) = delete;
+
+  // Takes the next frame of the stream and says what it completed.
+  DetectorReport ProcessFrame(const Framework::Frame& frame);
+
+  // Whether a mark is present now.
+  bool IsPresent() const { return present_; }
+  // The sync score of the last second: the mean of the sync cells' votes summed over the second,
+  // over its standard error (0 before the first frame).
+  double SyncScore() const;
+
+ private:
+  struct FrameMeasure {
+    std::vector<double> syncVotes;  // one per sync cell
+    std::vector<double> bits;
+  };
+  struct DecodedWord {
+    PayloadWord word;
+    std::int64_t endFrame = 0;
+    double quality = 0.0;
+  };
+
+  void Configure(int width, int height);
+  FrameMeasure Measure(const Framework::Frame& frame);
+  void Slide(FrameMeasure measure);
+  struct Window {
+    std::int64_t endFrame = 0;
+    double energy = 0.0;  // sum of the bit sums' magnitudes
+    std::vector<double> sums;
+  };
+
+  std::optional<Window> FindSecondEnd();
+  void DecodeWindow(const Window& window, DetectorReport& report);
+  void Confirm(const DecodedWord& decoded, DetectorReport& report);
+  bool PairUp(const DecodedWord& decoded, DetectorReport& report);
+  void Emit(std::uint32_t cid, std::int64_t timestamp, const DecodedWord& decoded,
+            DetectorReport& report);
+  void UpdatePresence(bool confirmed, DetectorReport& report);
+  double MediaTime(std::int64_t frame) const;
+
+  // Constant after construction
+  const std::uint64_t seed_;
+  const double frameRate_;
+  const int window_;  // frames in a second, rounded
+  const int confirmDelay_;  // frames after a second's end before it is decided
+
+  // Rebuilt when the picture size changes
+  std::unique_ptr<WatermarkLayout> layout_;
+  std::vector<double> cellAmplitudes_;
+
+  // The last second of frame measures and their sums
+  std::deque<FrameMeasure> history_;
+  std::vector<double> bitSums_;
+  std::vector<double> syncSums_;  // per sync cell
+  // The windows ending at the last frames, oldest first, as far back as a second end is sought
+  std::deque<Window> windows_;
+  std::int64_t frameCount_ = 0;
+
+  // Words decoded but not yet confirmed, newest last; and the lock once confirmed
+  std::deque<DecodedWord> unconfirmed_;
+  bool locked_ = false;
+  std::uint32_t lockCid_ = 0;
+  std::int64_t lockTimestamp_ = 0;
+  std::int64_t lockFrame_ = 0;
+  int mismatches_ = 0;
+
+  bool present_ = false;
+  std::int64_t lastEvidenceFrame_ = 0;
+};
+
+}  // namespace Lumenseal

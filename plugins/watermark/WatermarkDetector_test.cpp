@@ -1,0 +1,174 @@
+#include "WatermarkDetector.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "WatermarkEmbedder.h"
+#include "testing/SyntheticScene.h"
+
+namespace Lumenseal {
+namespace {
+
+constexpr std::uint64_t kSeed = 0x5EED'1234'ABCD'0001ull;
+constexpr std::uint32_t kCid = 101;
+constexpr std::int64_t kSlotStart = 848'000'000;
+
+struct Clip {
+  double frameRate;
+  std::vector<Framework::Frame> frames;
+};
+
+// What a stretch of a clip is marked with; frames of the stretch outside [from, to) are not.
+struct Marking {
+  std::uint32_t cid = kCid;
+  std::int64_t slotStart = kSlotStart;
+  std::uint64_t from = 0;
+  std::uint64_t to = ~0ull;
+};
+
+// Appends `seconds` of the moving test scene, marked as one embedding session from its first frame.
+void AppendScene(Clip& clip, int seconds, const Marking& marking) {
+  const Framework::VideoFormatInfo format(Framework::PixelLayout::Yuv420P8, 640, 360, clip.frameRate);
+  WatermarkEmbedder embedder(kSeed, {});
+  const auto count = static_cast<std::uint64_t>(clip.frameRate * seconds);
+  for (std::uint64_t index = 0; index < count; ++index) {
+    clip.frames.emplace_back(format);
+    Testing::PaintScene(clip.frames.back(), clip.frames.size());
+    EmbedRequest request;
+    request.frameIndex = index;
+    request.frameRate = clip.frameRate;
+    request.cid = marking.cid;
+    request.slotStart = marking.slotStart;
+    request.bypass = index < marking.from || index >= marking.to;
+    embedder.Embed(clip.frames.back(), request);
+  }
+}
+
+Clip SceneClip(double frameRate, int seconds, const Marking& marking = {}) {
+  Clip clip{frameRate, {}};
+  AppendScene(clip, seconds, marking);
+  return clip;
+}
+
+// Stream frame in the middle of the second that `found` was read from, when the detector started
+// at stream frame `firstFrame`.
+std::uint64_t MiddleFrame(const Detection& found, double frameRate, std::size_t firstFrame) {
+  return firstFrame + static_cast<std::uint64_t>((found.mediaTime + 0.5) * frameRate + 0.5);
+}
+
+struct Seen {
+  std::vector<Detection> detections;
+  std::vector<double> reportedAt;  // detector media time of the frame that completed each one
+  std::vector<DetectorReport> presenceChanges;
+};
+
+Seen Detect(const Clip& clip, std::uint64_t seed, std::size_t firstFrame = 0) {
+  WatermarkDetector detector(seed, clip.frameRate);
+  Seen seen;
+  for (std::size_t index = firstFrame; index < clip.frames.size(); ++index) {
+    auto report = detector.ProcessFrame(clip.frames[index]);
+    for (const auto& found : report.detections) {
+      seen.detections.push_back(found);
+      seen.reportedAt.push_back(static_cast<double>(index - firstFrame + 1) / clip.frameRate);
+    }
+    if (report.presence) seen.presenceChanges.push_back(report);
+  }
+  return seen;
+}
+
+TEST(WatermarkDetector, RoundTripOnMovingTexturedVideo) {
+  // A second is decided a few frames after it ends, so the clip's last second stays unreported.
+  const Clip clip = SceneClip(25.0, 7);
+  const Seen seen = Detect(clip, kSeed);
+  ASSERT_EQ(6u, seen.detections.size());
+  for (std::size_t second = 0; second < seen.detections.size(); ++second) {
+    SCOPED_TRACE(second);
+    const Detection& found = seen.detections[second];
+    EXPECT_EQ(kCid, found.cid);
+    EXPECT_EQ(kSlotStart + static_cast<std::int64_t>(second), found.timestamp);
+    EXPECT_NEAR(static_cast<double>(second), found.mediaTime, 1e-9);
+    EXPECT_GT(found.quality, 0.5);
+  }
+  EXPECT_LE(seen.reportedAt.front(), 2.1) << "two seconds, and the frames that confirm the end";
+  ASSERT_EQ(1u, seen.presenceChanges.size());
+  EXPECT_EQ(true, seen.presenceChanges[0].presence);
+}
+
+TEST(WatermarkDetector, LocksOnAtEveryFrameOffsetOfBothWordKinds) {
+  constexpr double kFrameRate = 10.0;
+  const Clip clip = SceneClip(kFrameRate, 7);
+  for (std::size_t offset = 0; offset < 2 * static_cast<std::size_t>(kFrameRate); ++offset) {
+    SCOPED_TRACE(offset);
+    const Seen seen = Detect(clip, kSeed, offset);
+    ASSERT_GE(seen.detections.size(), 3u);
+    EXPECT_LE(seen.reportedAt.front(), 3.0);
+    for (const Detection& found : seen.detections) {
+      EXPECT_EQ(kCid, found.cid);
+      EXPECT_EQ(kSlotStart + WatermarkEmbedder::SecondOf(MiddleFrame(found, kFrameRate, offset), kFrameRate),
+                found.timestamp);
+    }
+  }
+}
+
+TEST(WatermarkDetector, FindsNothingWithoutTheRightSeed) {
+  const Clip marked = SceneClip(25.0, 6);
+  const Seen wrongSeed = Detect(marked, kSeed ^ 1);
+  EXPECT_TRUE(wrongSeed.detections.empty());
+  EXPECT_TRUE(wrongSeed.presenceChanges.empty());
+
+  Marking none;
+  none.from = ~0ull;
+  const Clip unmarked = SceneClip(25.0, 6, none);
+  const Seen nothing = Detect(unmarked, kSeed);
+  EXPECT_TRUE(nothing.detections.empty());
+  EXPECT_TRUE(nothing.presenceChanges.empty());
+}
+
+TEST(WatermarkDetector, PresenceComesAndGoesWithTheMark) {
+  constexpr double kFrameRate = 25.0;
+  Marking middle;
+  middle.from = 50;
+  middle.to = 150;
+  const Clip clip = SceneClip(kFrameRate, 10, middle);
+  const Seen seen = Detect(clip, kSeed);
+  ASSERT_EQ(2u, seen.presenceChanges.size());
+  EXPECT_EQ(true, seen.presenceChanges[0].presence);
+  EXPECT_NEAR(2.0, seen.presenceChanges[0].presenceMediaTime, 1.0);
+  EXPECT_EQ(false, seen.presenceChanges[1].presence);
+  EXPECT_NEAR(6.0, seen.presenceChanges[1].presenceMediaTime, 1.0);
+  ASSERT_FALSE(seen.detections.empty());
+  for (const Detection& found : seen.detections) {
+    const std::int64_t second = WatermarkEmbedder::SecondOf(MiddleFrame(found, kFrameRate, 0), kFrameRate);
+    EXPECT_EQ(kSlotStart + second, found.timestamp);
+    EXPECT_GE(second, 2);
+    EXPECT_LE(second, 5);
+  }
+}
+
+TEST(WatermarkDetector, RelocksWhenTheContentChanges) {
+  Clip clip = SceneClip(25.0, 5);
+  Marking next;
+  next.cid = 202;
+  next.slotStart = 900'000'000;
+  AppendScene(clip, 6, next);
+  const Seen seen = Detect(clip, kSeed);
+  std::vector<std::int32_t> first;
+  std::vector<std::int32_t> second;
+  for (const Detection& found : seen.detections) {
+    ASSERT_TRUE(found.cid == kCid || found.cid == next.cid) << found.cid;
+    (found.cid == kCid ? first : second).push_back(found.timestamp);
+    if (found.cid == next.cid) {
+      EXPECT_GE(found.mediaTime, 5.0 - 0.1);
+    }
+  }
+  ASSERT_GE(first.size(), 4u);
+  EXPECT_EQ(kSlotStart, first.front());
+  // The new session's last second is not decided; the ones before it run up to it one by one.
+  ASSERT_GE(second.size(), 3u);
+  EXPECT_EQ(next.slotStart + 4, second.back());
+  for (std::size_t i = 1; i < second.size(); ++i) EXPECT_EQ(second[i - 1] + 1, second[i]);
+}
+
+}  // namespace
+}  // namespace Lumenseal
