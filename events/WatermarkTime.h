@@ -9,6 +9,7 @@
 #include <string>
 
 #include "framework/platform/Export.h"
+#include "framework/platform/SystemTime.h"
 
 namespace Framework {
 
@@ -26,6 +27,10 @@ class QUILLMAR_API WatermarkTime {
 
   // The time of a detector's time stamp: its low 32 bits taken as signed seconds from the epoch.
   static boost::posix_time::ptime FromSeconds(std::int64_t timestamp);
+
+  // Whole seconds from the epoch to `time` (UTC), rounded down; 0 when `time` is no valid date
+  // (the zero SYSTEMTIME of a slot never set).
+  static std::int64_t SecondsOf(const SYSTEMTIME& time);
 
   // The time of a detector's time stamp as 14 digits, YYYYMMDDHHMMSS: the ISO 8601 basic form
   // without its "T" ("20000101000000" for 0).

@@ -44,5 +44,21 @@ TEST(WatermarkTime, DigitsAreFourteenWithoutTheSeparator) {
   for (const auto& c : cases) EXPECT_EQ(c.digits, WatermarkTime::Digits(c.timestamp)) << c.timestamp;
 }
 
+TEST(WatermarkTime, SecondsOfASystemTimeRoundDown) {
+  static const struct {
+    SYSTEMTIME time;
+    std::int64_t seconds;
+  } cases[] = {
+      {{2000, 1, 6, 1, 0, 0, 0, 0}, 0},
+      {{2000, 1, 6, 1, 0, 0, 1, 999}, 1},
+      {{1999, 12, 5, 31, 23, 59, 59, 0}, -1},
+      {{1999, 12, 5, 31, 23, 59, 59, 500}, -1},
+      {{2026, 11, 6, 28, 22, 15, 0, 250}, 849219300},
+      {{0, 0, 0, 0, 0, 0, 0, 0}, 0},      // never set
+      {{2026, 2, 0, 30, 0, 0, 0, 0}, 0},  // no such day
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.seconds, WatermarkTime::SecondsOf(c.time)) << c.seconds;
+}
+
 }  // namespace
 }  // namespace Framework

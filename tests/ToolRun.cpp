@@ -6,6 +6,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "framework/testing/TemporaryFolder.h"
+
 namespace Quillmar::Testing {
 namespace {
 
@@ -16,12 +18,9 @@ std::vector<std::string> Lines(const std::string& text) {
   return lines;
 }
 
-std::string ReadAndRemove(const std::filesystem::path& path) {
+std::string Read(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
-  std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  std::error_code ignored;
-  std::filesystem::remove(path, ignored);
-  return text;
+  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
 }
 
 std::string ToolPath() {
@@ -41,16 +40,17 @@ std::string Quoted(const std::string& text) {
 }
 
 ToolRun RunQuillmar(const std::string& arguments, const std::filesystem::path& folder) {
-  const std::filesystem::path out = folder / ".quillmar-stdout";
-  const std::filesystem::path err = folder / ".quillmar-stderr";
+  const Framework::Testing::TemporaryFolder capture;
+  const std::filesystem::path out = capture.Path() / "stdout";
+  const std::filesystem::path err = capture.Path() / "stderr";
   const std::string command = "cd " + Quoted(folder.string()) + " && " + Quoted(ToolPath()) +
                               " " + arguments + " >" + Quoted(out.string()) + " 2>" +
                               Quoted(err.string());
   const int raw = std::system(command.c_str());
   ToolRun run;
   run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  run.out = ReadAndRemove(out);
-  run.err = ReadAndRemove(err);
+  run.out = Read(out);
+  run.err = Read(err);
   return run;
 }
 

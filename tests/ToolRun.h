@@ -17,7 +17,8 @@ struct ToolRun {
   std::vector<std::string> ErrLines() const;
 };
 
-// Runs `quillmar <arguments>` (a shell command line: quote what needs it, see Quoted) in `folder`.
+// Runs `quillmar <arguments>` (a shell command line: quote what needs it, see Quoted) in `folder`;
+// its output is captured in a private folder, so runs may go on side by side.
 ToolRun RunQuillmar(const std::string& arguments, const std::filesystem::path& folder);
 
 // `text` quoted for the shell.

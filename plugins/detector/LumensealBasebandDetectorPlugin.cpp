@@ -1,12 +1,14 @@
-// The reference detector: everything of a detector but the watermark detection itself, which
-// finds nothing. It looks at frames, honours its construction properties and raises its events
-// through its signal:
+// The reference detector: reads the reference watermark (plugins/watermark) keyed by the licence's
+// seed, and raises a detection event for every decoded and confirmed second (CID, time stamp,
+// quality, media time) and a presence event when a mark appears in the picture or goes. It
+// honours its construction properties and raises its events through its signal:
 // - "IsBlockingDetector": results are raised within the frame call that found them; otherwise
 //   they are held back and raised with the next frame, as a detector working beside the frames;
 // - "IsOnStopReportCachedBuffers": results held back at Stop are raised then, or else dropped;
 // - "IsReportingNotFound" with "PreDetectorPeriod" (seconds of video, at least 1): each period in
 //   which no watermark was found ends with a "Not found" detection event.
-// Results to report are supplied through the properties of DetectorSimulation.h.
+// Results can also be supplied through the properties of DetectorSimulation.h, and are then
+// reported as if found in the next frame.
 //
 // Threads: frames, Stop and the simulation properties on one thread at a time, like the property
 // store; events are raised on the thread that hands over the frame (or calls Stop).
@@ -15,6 +17,7 @@
 #include <cmath>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 #include <variant>
 
@@ -24,9 +27,13 @@
 #include "framework/PluginRegistry.h"
 #include "framework/NoThrow.h"
 #include "plugins/detector/include/DetectorSimulation.h"
+#include "plugins/watermark/WatermarkDetector.h"
 
 namespace LumensealReference {
 namespace {
+
+// The frame rate assumed when the format names none.
+constexpr double kAssumedFrameRate = 25.0;
 
 using DetectorResult =
     std::variant<LSNDetection, CBasebandWMDetection, ScaleFoundEvent, MirroredDetectionEvent>;
@@ -40,9 +47,18 @@ class LumensealBasebandDetectorPlugin final : public Framework::LumensealBaseban
         reportingHeldBackOnStop_(GetConstructionProperties().GetIsOnStopReportCachedBuffers()),
         periodSeconds_(std::max(1, GetConstructionProperties().GetPreDetectorPeriod())) {}
 
+  // Starts reading a stream of the format set last.
+  bool Init() override {
+    const double rate = GetFormat().GetFrameRate();
+    watermark_ = std::make_unique<Lumenseal::WatermarkDetector>(
+        GetConstructionProperties().GetSeed(), rate > 0.0 ? rate : kAssumedFrameRate);
+    return true;
+  }
+
   void ProcessFrame(const Framework::Frame* frame) override {
     Framework::NoThrow("LumensealBasebandDetectorPlugin::ProcessFrame", [&] {
       if (frame == nullptr) return;
+      Read(*frame);
       if (blocking_) {
         ReportAll(found_);
       } else {
@@ -79,6 +95,30 @@ class LumensealBasebandDetectorPlugin final : public Framework::LumensealBaseban
   }
 
  private:
+  // Queues what the watermark in `frame` completed: decoded seconds, then a change of presence.
+  void Read(const Framework::Frame& frame) {
+    if (watermark_ == nullptr) return;
+    const Lumenseal::DetectorReport report = watermark_->ProcessFrame(frame);
+    for (const Lumenseal::Detection& second : report.detections) {
+      LSNDetection detection;
+      detection.isFullDetection = true;
+      detection.cid = second.cid;
+      detection.timestamp = second.timestamp;
+      detection.payload = std::to_string(second.cid) + "@" + std::to_string(second.timestamp);
+      detection.quality = second.quality;
+      detection.cidName = std::to_string(second.cid);
+      detection.mediaDetectionTimestamp = second.mediaTime;
+      detection.isFound = true;
+      found_.emplace_back(std::move(detection));
+    }
+    if (report.presence) {
+      CBasebandWMDetection presence;
+      presence.state = *report.presence ? CBasebandWMDetection::kPresent : CBasebandWMDetection::kAbsent;
+      presence.mediaDetectionTimestamp = report.presenceMediaTime;
+      found_.emplace_back(presence);
+    }
+  }
+
   template <typename Result>
   void TakeSimulated(const std::string& name, const char* simulatedName) {
     if (name == simulatedName) found_.emplace_back(GetProperty<Result>(name));
@@ -128,6 +168,9 @@ class LumensealBasebandDetectorPlugin final : public Framework::LumensealBaseban
   const bool reportingNotFound_;
   const bool reportingHeldBackOnStop_;
   const std::int32_t periodSeconds_;
+
+  // Made by Init, used by the processing thread
+  std::unique_ptr<Lumenseal::WatermarkDetector> watermark_;
 
   // Processing thread only
   std::deque<DetectorResult> found_;  // Found and not reported yet

@@ -24,6 +24,9 @@ class EmbeddingMeter {
   // nothing while the second runs. A rate of 0 or less counts the frame but no time.
   std::optional<float> AddFrame(double framesPerSecond, std::optional<float> energy);
 
+  // Frames counted so far: the index in the run of the next frame.
+  std::uint64_t Frames() const { return frames_; }
+
   // Whole seconds of media counted so far.
   std::uint64_t Seconds() const { return seconds_; }
 

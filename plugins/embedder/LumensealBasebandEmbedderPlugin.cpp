@@ -1,10 +1,12 @@
-// The reference embedder: everything of an embedder but the watermark signal itself.
+// The reference embedder: marks every frame with the reference watermark (plugins/watermark),
+// keyed by the licence's seed, carrying "SelectedCID" and the time "SelectedStartTime" + n in
+// second n of the run, as strong as "GlobalDepth" and "MaxLocalDepth" say (luma levels).
 //
 // It keeps "EmbeddedDurationInSeconds" from the frames it is given and the frame rate, raises a
-// VWMEmbeddingEvent with the average watermark energy once a second of media, records every prior
-// watermark the channel reports, and appends encodation records to a JSON Lines file.
-//
-// Second n of the run carries the time "SelectedStartTime" + n. Frames from second
+// VWMEmbeddingEvent with the average watermark energy (the mean change it applied) once a second
+// of media, records every prior watermark the channel reports, and appends encodation records to
+// a JSON Lines file.
+// Frames from second
 // "SelectedDurationInSeconds" on lie beyond the reserved time slot: they pass on without a
 // watermark, as bypassed frames do, until the channel extends the slot (0: no slot set, no limit).
 //
@@ -22,6 +24,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -30,8 +33,10 @@
 #include "events/VWMEmbeddingEvent.h"
 #include "framework/Logger.h"
 #include "framework/PluginRegistry.h"
+#include "events/WatermarkTime.h"
 #include "framework/NoThrow.h"
 #include "plugins/embedder/EmbeddingMeter.h"
+#include "plugins/watermark/WatermarkEmbedder.h"
 #include "plugins/embedder/EncodationLogFile.h"
 
 namespace LumensealReference {
@@ -40,10 +45,6 @@ namespace {
 constexpr char kEncodationLogProperty[] = "EncodationLogFile";
 constexpr char kEncodationLogVariable[] = "QUILLMAR_ENCODATION_LOG";
 constexpr char kDefaultEncodationLog[] = "Logs/EncodationLog.jsonl";
-
-// The energy a frame receives from the watermark. The watermark signal is not part of this
-// library yet: embedded frames pass unchanged and receive none.
-constexpr float kEnergyWithoutSignal = 0.0f;
 
 // "2026-11-21T07:40:03.123Z"
 std::string IsoUtcText(const SYSTEMTIME& time) {
@@ -70,8 +71,12 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
     SetEmbeddedDurationInSeconds(0);
   }
 
-  // Starts a run: nothing embedded, no prior watermarks.
+  // Starts a run: nothing embedded, no prior watermarks, the strength of the selected program.
   bool Init() override {
+    watermark_ = std::make_unique<Lumenseal::WatermarkEmbedder>(
+        GetConstructionProperties().GetSeed(),
+        Lumenseal::EmbedderStrength{GetGlobalDepth(), GetMaxLocalDepth()});
+    slotStart_ = Framework::WatermarkTime::SecondsOf(GetSelectedStartTime());
     meter_.Reset();
     warnedNoFrameRate_ = false;
     beyondSlot_ = false;
@@ -132,10 +137,21 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
     }
     const bool embedding = !bypass && !IsBeyondSlot();
     const auto average = meter_.AddFrame(
-        framesPerSecond, embedding ? std::optional<float>(kEnergyWithoutSignal) : std::nullopt);
+        framesPerSecond, embedding ? std::optional<float>(Embed(frame, framesPerSecond)) : std::nullopt);
     if (!average) return;
     SetEmbeddedDurationInSeconds(meter_.Seconds());
     GetEventSignal().Raise(Framework::VWMEmbeddingEvent(*average));
+  }
+
+  // Marks `frame`, the next of the run; the mean change applied to its luma.
+  float Embed(Framework::Frame& frame, double framesPerSecond) {
+    if (watermark_ == nullptr) return 0.0f;
+    Lumenseal::EmbedRequest request;
+    request.frameIndex = meter_.Frames();
+    request.frameRate = framesPerSecond;
+    request.cid = GetSelectedCID();
+    request.slotStart = slotStart_;
+    return static_cast<float>(watermark_->Embed(frame, request));
   }
 
   // True when the running second lies beyond the reserved slot; warns when a frame first does.
@@ -214,6 +230,10 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
       Framework::Logger::Error("LumensealBasebandEmbedderPlugin::WriteEncodationLog; " + error);
     }
   }
+
+  // Made by Init, used by the processing thread
+  std::unique_ptr<Lumenseal::WatermarkEmbedder> watermark_;
+  std::int64_t slotStart_ = 0;  // "SelectedStartTime" in watermark seconds
 
   // Processing thread only
   EmbeddingMeter meter_;
