@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <boost/json.hpp>
 #include <cstring>
 #include <fstream>
@@ -110,6 +111,33 @@ TEST_F(EmbedCommand, AnInvalidLicenceIsReportedWithItsOwnStatus) {
   ::unsetenv("QUILLMAR_LICENSE_INVALID");
   EXPECT_EQ(5, run.status);
   EXPECT_TRUE(ErrorLineContains(run, "The licence of QuillmarBasebandSDK 1.0 is not valid.")) << run.err;
+}
+
+// What quillmar embed marked, quillmar detect reads back: the CID and the times of the slot the
+// database reserved, one second after another.
+TEST_F(EmbedCommand, DetectReadsBackTheReservedSlot) {
+  const ToolRun embed = Embed("--duration 4 --synthetic 320x180@25 --seconds 4 -o marked.y4m --json");
+  ASSERT_EQ(0, embed.status) << embed.err;
+  const auto summary = boost::json::parse(embed.OutLines().front()).as_object();
+  std::string start(summary.at("start").as_string());  // 2026-11-21T09:01:20.733Z
+  start = start.substr(0, 19);
+  start.erase(std::remove_if(start.begin(), start.end(), [](char c) { return c == '-' || c == ':' || c == 'T'; }),
+              start.end());
+
+  const ToolRun detect = RunQuillmar("detect -i marked.y4m --json", folder_.Path());
+  ASSERT_EQ(0, detect.status) << detect.err;
+  std::vector<std::string> timestamps;
+  for (const auto& line : detect.OutLines()) {
+    const auto event = boost::json::parse(line).as_object();
+    if (!event.contains("cid")) continue;
+    EXPECT_EQ(summary.at("cid").to_number<int>(), event.at("cid").to_number<int>());
+    timestamps.emplace_back(event.at("timestamp").as_string());
+  }
+  ASSERT_GE(timestamps.size(), 3u) << detect.out;
+  EXPECT_EQ(start, timestamps.front());
+  for (std::size_t i = 1; i < timestamps.size(); ++i) {
+    EXPECT_LT(timestamps[i - 1], timestamps[i]) << "time stamps advance";
+  }
 }
 
 TEST(DetectCommand, FindsNoWatermarkInUnmarkedVideo) {
