@@ -31,9 +31,10 @@ class PayloadCodec {
  public:
   static constexpr int kWordBits = 48;
   static constexpr int kCrcBits = 15;
-  // Least reliable bits that soft decoding may flip: 8 trials, so a random pattern passes about
-  // once in 2^12 instead of 2^15.
-  static constexpr int kChaseBits = 3;
+  // Least reliable bits that soft decoding may flip: 16 trials, so a random pattern passes about
+  // once in 2^11 instead of 2^15. CRC-15's Hamming distance of 6 at this length means one
+  // confidently wrong bit plus four flips can never reach another valid word.
+  static constexpr int kChaseBits = 4;
 
   // The word that second `timestamp` (seconds since 2000-01-01) of content `cid` carries.
   static PayloadWord WordForSecond(std::uint32_t cid, std::int64_t timestamp);

@@ -98,9 +98,9 @@ TEST(PayloadCodec, SoftDecodingRepairsOnlyItsLeastReliableBits) {
       {{}, {}, true},
       {{5}, {5}, true},
       {{0, 47}, {0, 47, 20}, true},
-      {{3, 30, 44}, {3, 30, 44}, true},
-      {{7}, {}, false},                       // a confident wrong bit is not guessed at
-      {{3, 30, 44, 12}, {3, 30, 44, 12}, false},  // more wrong bits than are tried
+      {{3, 30, 44, 12}, {3, 30, 44, 12}, true},
+      {{7}, {}, false},  // a confident wrong bit is not guessed at
+      {{3, 30, 44, 12, 9}, {3, 30, 44, 12, 9}, false},  // more wrong bits than are tried
   };
   for (const auto& c : cases) {
     const auto decoded = PayloadCodec::DecodeSoft(Soft(flip(c.flipped), c.weak));
