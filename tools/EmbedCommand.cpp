@@ -111,17 +111,10 @@ struct Summary {
   std::uint64_t frames = 0;
 };
 
-std::string IsoTime(const SYSTEMTIME& time) {
-  char text[64];
-  std::snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02u.%03uZ", time.wYear, time.wMonth,
-                time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
-  return text;
-}
-
 void PrintSummary(const Summary& summary, bool json) {
   if (json) {
     boost::json::object object{{"cid", summary.cid},
-                               {"start", IsoTime(summary.start)},
+                               {"start", Framework::IsoUtcText(summary.start)},
                                {"reserved_seconds", summary.reservedSeconds},
                                {"embedded_seconds", summary.embeddedSeconds},
                                {"average_energy", summary.averageEnergy},
@@ -129,7 +122,8 @@ void PrintSummary(const Summary& summary, bool json) {
     std::cout << boost::json::serialize(object) << std::endl;
     return;
   }
-  std::cerr << "embedded CID " << summary.cid << " from " << IsoTime(summary.start) << ": "
+  std::cerr << "embedded CID " << summary.cid << " from " << Framework::IsoUtcText(summary.start)
+            << ": "
             << summary.embeddedSeconds << " s embedded of " << summary.reservedSeconds
             << " s reserved, " << summary.frames << " frames, average energy "
             << summary.averageEnergy << std::endl;

@@ -1,6 +1,7 @@
 #include "SystemTime.h"
 
 #include <chrono>
+#include <cstdio>
 #include <ctime>
 
 namespace Framework {
@@ -40,5 +41,12 @@ void GetCurrentLocalTime(SYSTEMTIME* time) { ::GetLocalTime(time); }
 void GetCurrentUtcTime(SYSTEMTIME* time) { *time = Now(gmtime_r); }
 void GetCurrentLocalTime(SYSTEMTIME* time) { *time = Now(localtime_r); }
 #endif
+
+std::string IsoUtcText(const SYSTEMTIME& time) {
+  char text[48];  // room for any 16-bit field values
+  std::snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02u.%03uZ", time.wYear, time.wMonth,
+                time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
+  return text;
+}
 
 }  // namespace Framework

@@ -4,6 +4,8 @@
 // elsewhere it is declared here with the same field order and widths (16 bytes).
 #pragma once
 
+#include <string>
+
 #include "Export.h"
 
 #if defined(_WIN32)
@@ -32,5 +34,8 @@ FRAMEWORK_API void GetCurrentUtcTime(SYSTEMTIME* time);
 
 // Fills *time with the current local time, to the millisecond.
 FRAMEWORK_API void GetCurrentLocalTime(SYSTEMTIME* time);
+
+// `time` (UTC) as ISO 8601 text to the millisecond: "2026-11-21T07:40:03.123Z".
+FRAMEWORK_API std::string IsoUtcText(const SYSTEMTIME& time);
 
 }  // namespace Framework

@@ -46,14 +46,6 @@ constexpr char kEncodationLogProperty[] = "EncodationLogFile";
 constexpr char kEncodationLogVariable[] = "QUILLMAR_ENCODATION_LOG";
 constexpr char kDefaultEncodationLog[] = "Logs/EncodationLog.jsonl";
 
-// "2026-11-21T07:40:03.123Z"
-std::string IsoUtcText(const SYSTEMTIME& time) {
-  char text[48];  // Room for any 16-bit field values
-  std::snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02u.%03uZ", time.wYear, time.wMonth,
-                time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
-  return text;
-}
-
 // The prior watermarks of one CID that the detector found during a run.
 struct PriorWatermarkSightings {
   std::uint64_t cid = 0;
@@ -189,10 +181,10 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
     SYSTEMTIME now;
     Framework::GetCurrentUtcTime(&now);
     boost::json::object record;
-    record["WrittenAtUtc"] = IsoUtcText(now);
+    record["WrittenAtUtc"] = Framework::IsoUtcText(now);
     record["ChannelIndex"] = GetChannelIndex();
     record["CID"] = GetSelectedCID();
-    record["SlotStart"] = IsoUtcText(GetSelectedStartTime());
+    record["SlotStart"] = Framework::IsoUtcText(GetSelectedStartTime());
     record["SlotLengthSeconds"] = GetSelectedDurationInSeconds();
     record["EmbeddedDurationInSeconds"] = GetEmbeddedDurationInSeconds();
     return record;
