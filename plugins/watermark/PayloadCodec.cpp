@@ -74,6 +74,19 @@ std::optional<PayloadWord> PayloadCodec::DecodeSoft(const std::vector<double>& s
   return std::nullopt;
 }
 
+bool PayloadCodec::Resembles(const std::vector<double>& soft, const PayloadWord& word) {
+  if (soft.size() != static_cast<std::size_t>(kWordBits)) return false;
+  const std::uint64_t bits = Encode(word);
+  double total = 0.0;
+  double disagreeing = 0.0;
+  for (std::size_t i = 0; i < soft.size(); ++i) {
+    const bool one = (bits >> (kWordBits - 1 - i) & 1u) != 0;
+    total += std::abs(soft[i]);
+    if (one != (soft[i] > 0.0)) disagreeing += std::abs(soft[i]);
+  }
+  return total > 0.0 && disagreeing <= kResemblanceShare * total;
+}
+
 std::int32_t PayloadCodec::TimestampOf(const PayloadWord& word) {
   return static_cast<std::int32_t>(word.value);
 }

@@ -35,6 +35,8 @@ class PayloadCodec {
   // once in 2^11 instead of 2^15. CRC-15's Hamming distance of 6 at this length means one
   // confidently wrong bit plus four flips can never reach another valid word.
   static constexpr int kChaseBits = 4;
+  // Largest share of soft bits' total weight that may disagree with a word they still resemble.
+  static constexpr double kResemblanceShare = 0.03;
 
   // The word that second `timestamp` (seconds since 2000-01-01) of content `cid` carries.
   static PayloadWord WordForSecond(std::uint32_t cid, std::int64_t timestamp);
@@ -50,6 +52,11 @@ class PayloadCodec {
   // reliability): the hard decision first, then the same with the kChaseBits least reliable bits
   // flipped in every combination, fewest flips first. Nothing when none of them passes Decode.
   static std::optional<PayloadWord> DecodeSoft(const std::vector<double>& soft);
+
+  // Whether soft bits read as `word` even if they fail to decode: the bits that disagree with it
+  // weigh at most kResemblanceShare of all the bits' weight. Meant for checking a word that is
+  // already expected; pure noise resembles a given word about once in 2^40.
+  static bool Resembles(const std::vector<double>& soft, const PayloadWord& word);
 
   // The time stamp a word's value stands for (the value read as a signed 32-bit count).
   static std::int32_t TimestampOf(const PayloadWord& word);

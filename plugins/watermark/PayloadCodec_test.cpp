@@ -112,6 +112,37 @@ TEST(PayloadCodec, SoftDecodingRepairsOnlyItsLeastReliableBits) {
   EXPECT_FALSE(PayloadCodec::DecodeSoft(std::vector<double>(3, 1.0))) << "wrong length";
 }
 
+TEST(PayloadCodec, ResemblanceToleratesOnlyLightDisagreement) {
+  const PayloadWord word{WordKind::Time, 848'000'001};
+  const std::uint64_t good = PayloadCodec::Encode(word);
+  const PayloadWord next{WordKind::Time, 848'000'003};
+  auto flip = [](std::uint64_t bits, std::initializer_list<int> indices) {
+    for (int i : indices) bits ^= std::uint64_t{1} << (PayloadCodec::kWordBits - 1 - i);
+    return bits;
+  };
+  static const struct {
+    const char* what;
+    std::vector<double> soft;
+    bool resembles;
+  } cases[] = {
+      {"the word itself", Soft(good), true},
+      // 5 weak wrong bits weigh 0.5 of 43.5: more than soft decoding repairs, still the word
+      {"five faint wrong bits", Soft(flip(good, {1, 9, 20, 33, 40}), {1, 9, 20, 33, 40}), true},
+      {"one confident wrong bit: 1 of 48", Soft(flip(good, {9})), true},
+      {"two confident wrong bits", Soft(flip(good, {9, 30})), false},
+      {"fifteen faint wrong bits",
+       Soft(flip(good, {0, 3, 6, 9, 12, 15, 18, 21, 24, 27, 30, 33, 36, 39, 42}),
+            {0, 3, 6, 9, 12, 15, 18, 21, 24, 27, 30, 33, 36, 39, 42}),
+       false},
+      {"the next time word", Soft(PayloadCodec::Encode(next)), false},
+      {"nothing at all", std::vector<double>(PayloadCodec::kWordBits, 0.0), false},
+      {"wrong length", std::vector<double>(3, 1.0), false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.resembles, PayloadCodec::Resembles(c.soft, word)) << c.what;
+  }
+}
+
 TEST(PayloadCodec, TimeWordWithEvenTimestampIsRejected) {
   EXPECT_FALSE(PayloadCodec::Decode(PayloadCodec::Encode({WordKind::Time, 848'000'000})));
   EXPECT_TRUE(PayloadCodec::Decode(PayloadCodec::Encode({WordKind::Cid, 848'000'000})));

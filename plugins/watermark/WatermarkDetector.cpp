@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "WatermarkLayout.h"
 
@@ -16,6 +17,8 @@ constexpr std::int64_t kMaxPairSeconds = 3;
 // How far (in windows) a word's window end may be from a whole number of seconds after another's.
 constexpr double kBoundaryTolerance = 0.25;
 constexpr int kMismatchesToUnlock = 2;
+// How many seconds before the pair that makes a lock are read again once the lock is known.
+constexpr std::int64_t kBackfillSeconds = 4;
 // Bit-sum signal-to-noise ratios that map to quality 0 (noise alone) and quality 1.
 constexpr double kNoiseSnr = 1.33;
 constexpr double kFullQualitySnr = 4.0;
@@ -42,6 +45,9 @@ WatermarkDetector::WatermarkDetector(std::uint64_t seed, double frameRate)
       frameRate_(frameRate > 0.0 ? frameRate : kDefaultFrameRate),
       window_(std::max(1, static_cast<int>(std::lround(frameRate_)))),
       confirmDelay_(std::max(1, window_ / kConfirmDelayDivisor)),
+      boundaryDrift_(frameRate_ == std::round(frameRate_) ? 0 : 1),
+      windowsKept_(static_cast<std::size_t>((kMaxPairSeconds + kBackfillSeconds + 1) * window_ +
+                                            confirmDelay_)),
       bitSums_(PayloadCodec::kWordBits, 0.0) {}
 
 WatermarkDetector::~WatermarkDetector() = default;
@@ -120,24 +126,68 @@ std::optional<WatermarkDetector::Window> WatermarkDetector::FindSecondEnd() {
   double energy = 0.0;
   for (double sum : bitSums_) energy += std::abs(sum);
   windows_.push_back(Window{frameCount_, energy, bitSums_});
-  if (static_cast<int>(windows_.size()) > window_ / 2 + confirmDelay_ + 1) windows_.pop_front();
+  if (windows_.size() > windowsKept_) windows_.pop_front();
   // The candidate is the window confirmDelay_ frames back; it ends a second when no window of
   // the half second before it nor of the frames since has more energy.
   const auto candidate = static_cast<std::ptrdiff_t>(windows_.size()) - 1 - confirmDelay_;
   if (candidate < 0) return std::nullopt;
-  const double candidateEnergy = windows_[static_cast<std::size_t>(candidate)].energy;
-  for (std::size_t i = 0; i < windows_.size(); ++i) {
-    if (static_cast<std::ptrdiff_t>(i) != candidate && windows_[i].energy > candidateEnergy) {
-      return std::nullopt;
-    }
+  const auto at = static_cast<std::size_t>(candidate);
+  const auto halfSecond = static_cast<std::size_t>(window_ / 2);
+  if (IsStrongestWithin(at, halfSecond, static_cast<std::size_t>(confirmDelay_)) || IsExpectedSecondEnd(at)) {
+    return windows_[at];
   }
-  return windows_[static_cast<std::size_t>(candidate)];
+  return std::nullopt;
+}
+
+bool WatermarkDetector::IsStrongestWithin(std::size_t at, std::size_t before, std::size_t after) const {
+  const std::size_t first = at >= before ? at - before : 0;
+  const std::size_t last = std::min(windows_.size() - 1, at + after);
+  for (std::size_t i = first; i <= last; ++i) {
+    if (i != at && windows_[i].energy > windows_[at].energy) return false;
+  }
+  return true;
+}
+
+bool WatermarkDetector::IsExpectedSecondEnd(std::size_t at) const {
+  if (!locked_) return false;
+  const std::int64_t endFrame = windows_[at].endFrame;
+  const std::int64_t seconds = SecondsSinceLock(endFrame);
+  if (seconds < 1) return false;
+  const auto expected = lockFrame_ + std::llround(static_cast<double>(seconds) * frameRate_);
+  const auto drift = static_cast<std::size_t>(boundaryDrift_);
+  return std::abs(endFrame - expected) <= boundaryDrift_ && IsStrongestWithin(at, drift, drift);
+}
+
+const WatermarkDetector::Window* WatermarkDetector::SecondEndNear(std::int64_t endFrame) const {
+  if (windows_.empty()) return nullptr;
+  const std::int64_t at = endFrame - windows_.front().endFrame;
+  const auto drift = static_cast<std::size_t>(boundaryDrift_);
+  for (std::int64_t i = std::max<std::int64_t>(0, at - boundaryDrift_);
+       i <= at + boundaryDrift_ && i < static_cast<std::int64_t>(windows_.size()); ++i) {
+    const auto index = static_cast<std::size_t>(i);
+    if (IsStrongestWithin(index, drift, drift)) return &windows_[index];
+  }
+  return nullptr;
 }
 
 void WatermarkDetector::DecodeWindow(const Window& window, DetectorReport& report) {
-  const auto word = PayloadCodec::DecodeSoft(window.sums);
+  auto word = PayloadCodec::DecodeSoft(window.sums);
+  if (!word) word = ExpectedWordIn(window);
   if (!word) return;
   Confirm(DecodedWord{*word, window.endFrame, Quality(window.sums)}, report);
+}
+
+std::optional<PayloadWord> WatermarkDetector::ExpectedWordIn(const Window& window) const {
+  if (!locked_) return std::nullopt;
+  const std::int64_t seconds = SecondsSinceLock(window.endFrame);
+  if (seconds < 1) return std::nullopt;
+  const PayloadWord expected = PayloadCodec::WordForSecond(lockCid_, lockTimestamp_ + seconds);
+  if (!PayloadCodec::Resembles(window.sums, expected)) return std::nullopt;
+  return expected;
+}
+
+std::int64_t WatermarkDetector::SecondsSinceLock(std::int64_t endFrame) const {
+  return std::llround(static_cast<double>(endFrame - lockFrame_) / frameRate_);
 }
 
 void WatermarkDetector::Confirm(const DecodedWord& decoded, DetectorReport& report) {
@@ -149,9 +199,7 @@ void WatermarkDetector::Confirm(const DecodedWord& decoded, DetectorReport& repo
     unconfirmed_.pop_back();
   }
   if (locked_) {
-    const std::int64_t seconds =
-        std::llround(static_cast<double>(decoded.endFrame - lockFrame_) / window_);
-    const std::int64_t expected = lockTimestamp_ + seconds;
+    const std::int64_t expected = lockTimestamp_ + SecondsSinceLock(decoded.endFrame);
     const bool consistent = decoded.word.kind == WordKind::Cid
                                 ? decoded.word.value == lockCid_ && expected % 2 == 0
                                 : PayloadCodec::TimestampOf(decoded.word) == expected;
@@ -192,11 +240,32 @@ bool WatermarkDetector::PairUp(const DecodedWord& decoded, DetectorReport& repor
     lockCid_ = cid.word.value;
     mismatches_ = 0;
     unconfirmed_.clear();
+    Backfill(first, firstTimestamp, report);
     Emit(lockCid_, firstTimestamp, first, report);
     Emit(lockCid_, firstTimestamp + seconds, decoded, report);
     return true;
   }
   return false;
+}
+
+void WatermarkDetector::Backfill(const DecodedWord& first, std::int64_t firstTimestamp,
+                                 DetectorReport& report) {
+  std::vector<std::pair<std::int64_t, DecodedWord>> found;  // time stamp and word, newest first
+  for (std::int64_t back = 1; back <= kBackfillSeconds; ++back) {
+    const std::int64_t endFrame = first.endFrame - std::llround(static_cast<double>(back) * frameRate_);
+    if (endFrame <= lockFrame_) break;
+    const Window* window = SecondEndNear(endFrame);
+    if (window == nullptr) continue;
+    const std::int64_t timestamp = firstTimestamp - back;
+    const PayloadWord expected = PayloadCodec::WordForSecond(lockCid_, timestamp);
+    const auto word = PayloadCodec::DecodeSoft(window->sums);
+    if (word ? *word == expected : PayloadCodec::Resembles(window->sums, expected)) {
+      found.emplace_back(timestamp, DecodedWord{expected, window->endFrame, Quality(window->sums)});
+    }
+  }
+  for (auto second = found.rbegin(); second != found.rend(); ++second) {
+    Emit(lockCid_, second->first, second->second, report);
+  }
 }
 
 void WatermarkDetector::Emit(std::uint32_t cid, std::int64_t timestamp, const DecodedWord& decoded,

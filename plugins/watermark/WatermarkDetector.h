@@ -4,14 +4,17 @@
 // cell's chip), clipped to kClipAmplitude so that strong picture structure cannot outvote the
 // mark. Over a sliding one-second window the votes of each sync cell are summed, and the mean of
 // those sums over their standard error is the sync score; the bit channels' mean votes are summed
-// over the same window. The second
-// boundaries are found at any offset: a window whose bit sums are larger than those of the
-// windows ending in the half second before it and in the few frames after it ends a second,
-// because a window that straddles two words loses the bits in which they differ. Each such
-// window's signs are decoded and CRC-checked. A decoded second is reported only once it agrees with another: a CID word and a
-// time word whose distance in seconds matches their time stamps, or the CID and time stamp the
-// detector is already locked on. Presence is raised when the sync score over a second or a
-// reported second says a mark is there, and dropped after kAbsenceSeconds without either.
+// over the same window. The second boundaries are found at any offset: a window whose bit sums
+// are larger than those of the windows ending in the half second before it and in the few frames
+// after it ends a second, because a window that straddles two words loses the bits in which they
+// differ. Each such window's signs are decoded and CRC-checked. A decoded second is reported only
+// once it agrees with another: a CID word and a time word whose distance in seconds matches their
+// time stamps, or the CID and time stamp the detector is already locked on. Once locked, the
+// detector knows where seconds end and what they carry: it also reads the windows there, accepts
+// a window that fails its CRC but plainly resembles the expected word, and on locking reads the
+// seconds before the pair that made the lock again. Presence is raised when the sync score over a
+// second or a reported second says a mark is there, and dropped after kAbsenceSeconds without
+// either.
 // Not thread-safe: one detector watches one stream, one frame at a time.
 #pragma once
 
@@ -88,9 +91,23 @@ class WatermarkDetector {
   };
 
   std::optional<Window> FindSecondEnd();
+  // Whether no window from `before` windows before windows_[at] to `after` after it has more energy.
+  bool IsStrongestWithin(std::size_t at, std::size_t before, std::size_t after) const;
+  // Whether windows_[at] ends a second where the lock says one ends, give or take the drift of a
+  // frame rate that is not a whole number.
+  bool IsExpectedSecondEnd(std::size_t at) const;
+  // The kept window that ends a second at `endFrame`, give or take the drift; null when none is kept.
+  const Window* SecondEndNear(std::int64_t endFrame) const;
   void DecodeWindow(const Window& window, DetectorReport& report);
+  // The word the lock expects in `window`, when the window's bits resemble it.
+  std::optional<PayloadWord> ExpectedWordIn(const Window& window) const;
+  // Whole seconds from the last reported second's end to `endFrame`.
+  std::int64_t SecondsSinceLock(std::int64_t endFrame) const;
   void Confirm(const DecodedWord& decoded, DetectorReport& report);
   bool PairUp(const DecodedWord& decoded, DetectorReport& report);
+  // Once a pair has made a lock, reports the seconds before its first word that read as the lock
+  // expects: a stream that was hard to lock on to is not missing its first seconds.
+  void Backfill(const DecodedWord& first, std::int64_t firstTimestamp, DetectorReport& report);
   void Emit(std::uint32_t cid, std::int64_t timestamp, const DecodedWord& decoded,
             DetectorReport& report);
   void UpdatePresence(bool confirmed, DetectorReport& report);
@@ -101,6 +118,8 @@ class WatermarkDetector {
   const double frameRate_;
   const int window_;  // frames in a second, rounded
   const int confirmDelay_;  // frames after a second's end before it is decided
+  const int boundaryDrift_;  // frames a second's end may stray from a whole number of seconds
+  const std::size_t windowsKept_;  // far enough back to read the seconds before a new lock
 
   // Rebuilt when the picture size changes
   std::unique_ptr<WatermarkLayout> layout_;
@@ -110,7 +129,7 @@ class WatermarkDetector {
   std::deque<FrameMeasure> history_;
   std::vector<double> bitSums_;
   std::vector<double> syncSums_;  // per sync cell
-  // The windows ending at the last frames, oldest first, as far back as a second end is sought
+  // The windows ending at the last frames, oldest first
   std::deque<Window> windows_;
   std::int64_t frameCount_ = 0;
 
@@ -119,7 +138,7 @@ class WatermarkDetector {
   bool locked_ = false;
   std::uint32_t lockCid_ = 0;
   std::int64_t lockTimestamp_ = 0;
-  std::int64_t lockFrame_ = 0;
+  std::int64_t lockFrame_ = -1;  // end of the last reported second
   int mismatches_ = 0;
 
   bool present_ = false;

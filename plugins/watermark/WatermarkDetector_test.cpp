@@ -2,9 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
 #include <vector>
 
 #include "WatermarkEmbedder.h"
+#include "WatermarkLayout.h"
 #include "testing/SyntheticScene.h"
 
 namespace Lumenseal {
@@ -48,6 +52,60 @@ void AppendScene(Clip& clip, int seconds, const Marking& marking) {
 Clip SceneClip(double frameRate, int seconds, const Marking& marking = {}) {
   Clip clip{frameRate, {}};
   AppendScene(clip, seconds, marking);
+  return clip;
+}
+
+constexpr double kGrey = 128.0;
+
+// Reverses, at a fifth of its strength, the mark of the first `bits` bit channels in `frame`, a
+// marked flat grey picture.
+void ReverseBitsFaintly(Framework::Frame& frame, const WatermarkLayout& layout, int bits) {
+  std::uint8_t* luma = frame.GetPlane(0);
+  const int size = layout.CellSize();
+  for (int cell = 0; cell < layout.CellCount(); ++cell) {
+    const int channel = layout.Channel(cell);
+    if (channel == WatermarkLayout::kSyncChannel || channel > bits) continue;
+    const int left = cell % layout.Columns() * size;
+    const int top = cell / layout.Columns() * size;
+    for (int y = top; y < top + size; ++y) {
+      std::uint8_t* row = luma + static_cast<std::ptrdiff_t>(y) * frame.GetPitch(0);
+      for (int x = left; x < left + size; ++x) {
+        row[x] = static_cast<std::uint8_t>(std::lround(kGrey - (row[x] - kGrey) / 5.0));
+      }
+    }
+  }
+}
+
+// A flat grey 25 fps clip, marked from its first frame without clipping in the detector. In the
+// seconds listed in `damaged`, five bits of the word read faintly wrong: more than soft decoding
+// repairs, so those seconds do not decode on their own, yet they plainly carry their word.
+Clip DamagedFlatClip(int seconds, std::initializer_list<std::int64_t> damaged) {
+  constexpr int kWidth = 640;
+  constexpr int kHeight = 360;
+  constexpr int kDamagedBits = PayloadCodec::kChaseBits + 1;
+  Clip clip{25.0, {}};
+  const Framework::VideoFormatInfo format(Framework::PixelLayout::Yuv420P8, kWidth, kHeight, clip.frameRate);
+  const auto depth = static_cast<int>(WatermarkDetector::kClipAmplitude);
+  WatermarkEmbedder embedder(kSeed, EmbedderStrength{static_cast<double>(depth), depth});
+  const WatermarkLayout layout(kSeed, kWidth, kHeight);
+  for (std::uint64_t index = 0; index < static_cast<std::uint64_t>(clip.frameRate * seconds); ++index) {
+    clip.frames.emplace_back(format);
+    Framework::Frame& frame = clip.frames.back();
+    for (int plane = 0; plane < Framework::VideoFormatInfo::kPlaneCount; ++plane) {
+      const auto bytes = static_cast<std::size_t>(frame.GetPitch(plane)) * format.GetPlaneHeight(plane);
+      std::fill_n(frame.GetPlane(plane), bytes, static_cast<std::uint8_t>(kGrey));
+    }
+    EmbedRequest request;
+    request.frameIndex = index;
+    request.frameRate = clip.frameRate;
+    request.cid = kCid;
+    request.slotStart = kSlotStart;
+    embedder.Embed(frame, request);
+    const std::int64_t second = WatermarkEmbedder::SecondOf(index, clip.frameRate);
+    if (std::find(damaged.begin(), damaged.end(), second) != damaged.end()) {
+      ReverseBitsFaintly(frame, layout, kDamagedBits);
+    }
+  }
   return clip;
 }
 
@@ -108,6 +166,44 @@ TEST(WatermarkDetector, LocksOnAtEveryFrameOffsetOfBothWordKinds) {
       EXPECT_EQ(kSlotStart + WatermarkEmbedder::SecondOf(MiddleFrame(found, kFrameRate, offset), kFrameRate),
                 found.timestamp);
     }
+  }
+}
+
+// Time stamps of `seen`'s detections, in the order reported.
+std::vector<std::int64_t> Timestamps(const Seen& seen) {
+  std::vector<std::int64_t> timestamps;
+  for (const Detection& found : seen.detections) {
+    EXPECT_EQ(kCid, found.cid);
+    timestamps.push_back(found.timestamp);
+  }
+  return timestamps;
+}
+
+std::vector<std::int64_t> SlotSeconds(std::int64_t from, std::int64_t to) {
+  std::vector<std::int64_t> seconds;
+  for (std::int64_t second = from; second <= to; ++second) seconds.push_back(kSlotStart + second);
+  return seconds;
+}
+
+TEST(WatermarkDetector, ReadsDamagedSecondsAsTheLockExpectsThem) {
+  {
+    SCOPED_TRACE("a damaged second while locked");
+    const Seen seen = Detect(DamagedFlatClip(8, {4}), kSeed);
+    EXPECT_EQ(SlotSeconds(0, 6), Timestamps(seen));
+  }
+  {
+    SCOPED_TRACE("damaged seconds before the first pair that locks");
+    const Seen seen = Detect(DamagedFlatClip(8, {0, 1, 2}), kSeed);
+    EXPECT_EQ(SlotSeconds(0, 6), Timestamps(seen));
+    ASSERT_FALSE(seen.reportedAt.empty());
+    EXPECT_GT(seen.reportedAt.front(), 5.0) << "read again once seconds 3 and 4 made the lock";
+    for (std::size_t second = 0; second < seen.detections.size(); ++second) {
+      EXPECT_NEAR(static_cast<double>(second), seen.detections[second].mediaTime, 1e-9);
+    }
+  }
+  {
+    SCOPED_TRACE("damaged seconds with nothing to lock on to");
+    EXPECT_TRUE(Detect(DamagedFlatClip(4, {0, 1, 2, 3}), kSeed).detections.empty());
   }
 }
 
