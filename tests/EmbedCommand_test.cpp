@@ -140,6 +140,39 @@ TEST_F(EmbedCommand, DetectReadsBackTheReservedSlot) {
   }
 }
 
+// Frames of a Y4M file of 4:2:0 pictures `width` x `height`, each without its FRAME line.
+std::vector<std::string> Y4mFrames(const std::string& file, std::size_t width, std::size_t height) {
+  const std::size_t pictureBytes = width * height * 3 / 2;
+  const std::string marker = "FRAME\n";
+  std::vector<std::string> frames;
+  for (std::size_t at = file.find('\n') + 1; at + marker.size() + pictureBytes <= file.size();
+       at += marker.size() + pictureBytes) {
+    EXPECT_EQ(marker, file.substr(at, marker.size()));
+    frames.push_back(file.substr(at + marker.size(), pictureBytes));
+  }
+  return frames;
+}
+
+// A marked file embedded again: the detector sees the mark within the first frames, and from then
+// on the embedder passes the frames through as they are.
+TEST_F(EmbedCommand, AMarkedFileEmbeddedAgainPassesThroughUnchanged) {
+  const ToolRun embed = Embed("--duration 4 --synthetic 320x180@25 --seconds 3 -o marked.y4m --json");
+  ASSERT_EQ(0, embed.status) << embed.err;
+  const ToolRun again = Embed("--duration 4 -i marked.y4m -o remarked.y4m --json");
+  ASSERT_EQ(0, again.status) << again.err;
+  EXPECT_NE(std::string::npos, again.err.find("Prior watermark found - embedding pending.")) << again.err;
+
+  const auto marked = Y4mFrames(ReadFile(folder_.Path() / "marked.y4m"), 320, 180);
+  const auto remarked = Y4mFrames(ReadFile(folder_.Path() / "remarked.y4m"), 320, 180);
+  ASSERT_EQ(75u, marked.size());
+  ASSERT_EQ(marked.size(), remarked.size());
+  std::size_t changed = 0;
+  for (std::size_t frame = 0; frame < marked.size(); ++frame) {
+    if (marked[frame] != remarked[frame]) ++changed;
+  }
+  EXPECT_LE(changed, 2u) << "frames marked over before embedding paused";
+}
+
 TEST(DetectCommand, FindsNoWatermarkInUnmarkedVideo) {
   const Framework::Testing::TemporaryFolder folder;
   const ToolRun run = RunQuillmar("detect --synthetic 160x90@25 --seconds 2 --json", folder.Path());

@@ -46,6 +46,8 @@ WatermarkDetector::WatermarkDetector(std::uint64_t seed, double frameRate)
       window_(std::max(1, static_cast<int>(std::lround(frameRate_)))),
       confirmDelay_(std::max(1, window_ / kConfirmDelayDivisor)),
       boundaryDrift_(frameRate_ == std::round(frameRate_) ? 0 : 1),
+      presenceWindow_(static_cast<std::size_t>(
+          std::max<long>(window_, std::lround(kPresenceSeconds * frameRate_)))),
       windowsKept_(static_cast<std::size_t>((kMaxPairSeconds + kBackfillSeconds + 1) * window_ +
                                             confirmDelay_)),
       bitSums_(PayloadCodec::kWordBits, 0.0) {}
@@ -110,19 +112,23 @@ WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Fram
 }
 
 void WatermarkDetector::Slide(FrameMeasure measure) {
-  if (static_cast<int>(history_.size()) == window_) {
-    const FrameMeasure& oldest = history_.front();
-    for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] -= oldest.bits[bit];
-    for (std::size_t cell = 0; cell < syncSums_.size(); ++cell) syncSums_[cell] -= oldest.syncVotes[cell];
-    history_.pop_front();
-  }
   for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] += measure.bits[bit];
   for (std::size_t cell = 0; cell < syncSums_.size(); ++cell) syncSums_[cell] += measure.syncVotes[cell];
   history_.push_back(std::move(measure));
+  const auto window = static_cast<std::size_t>(window_);
+  if (history_.size() > window) {
+    const FrameMeasure& leaving = history_[history_.size() - 1 - window];
+    for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] -= leaving.bits[bit];
+  }
+  if (history_.size() > presenceWindow_) {
+    const FrameMeasure& oldest = history_.front();
+    for (std::size_t cell = 0; cell < syncSums_.size(); ++cell) syncSums_[cell] -= oldest.syncVotes[cell];
+    history_.pop_front();
+  }
 }
 
 std::optional<WatermarkDetector::Window> WatermarkDetector::FindSecondEnd() {
-  if (static_cast<int>(history_.size()) < window_) return std::nullopt;
+  if (history_.size() < static_cast<std::size_t>(window_)) return std::nullopt;
   double energy = 0.0;
   for (double sum : bitSums_) energy += std::abs(sum);
   windows_.push_back(Window{frameCount_, energy, bitSums_});
@@ -277,21 +283,27 @@ void WatermarkDetector::Emit(std::uint32_t cid, std::int64_t timestamp, const De
 }
 
 void WatermarkDetector::UpdatePresence(bool confirmed, DetectorReport& report) {
-  const bool fullWindow = static_cast<int>(history_.size()) == window_;
+  // The score of the frames seen so far is as good a test as that of a full second, and a clear
+  // mark shows within a few frames.
   const double score = SyncScore();
-  if (confirmed || (fullWindow && score >= (present_ ? kPresenceOff : kPresenceOn))) {
+  if (confirmed || score >= (present_ ? kPresenceOff : kPresenceOn)) {
     lastEvidenceFrame_ = frameCount_;
     if (!present_) {
       present_ = true;
       report.presence = true;
-      report.presenceMediaTime = MediaTime(std::max<std::int64_t>(0, frameCount_ - window_ + 1));
+      // The mark appeared within the last second (or the frames so far, when fewer).
+      const auto seen = std::min<std::int64_t>(window_, static_cast<std::int64_t>(history_.size()));
+      report.presenceMediaTime = MediaTime(frameCount_ + 1 - seen);
     }
     return;
   }
   if (present_ && frameCount_ - lastEvidenceFrame_ > kAbsenceSeconds * frameRate_) {
     present_ = false;
     report.presence = false;
-    report.presenceMediaTime = MediaTime(lastEvidenceFrame_ + 1);
+    // A window shows a strong mark until the mark's last frame leaves it: the time given is when
+    // the last second that showed it ended, as if presence were judged on one second.
+    const auto lag = static_cast<std::int64_t>(presenceWindow_) - window_;
+    report.presenceMediaTime = MediaTime(std::max<std::int64_t>(0, lastEvidenceFrame_ + 1 - lag));
   }
 }
 

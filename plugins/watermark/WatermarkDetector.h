@@ -12,9 +12,9 @@
 // time stamps, or the CID and time stamp the detector is already locked on. Once locked, the
 // detector knows where seconds end and what they carry: it also reads the windows there, accepts
 // a window that fails its CRC but plainly resembles the expected word, and on locking reads the
-// seconds before the pair that made the lock again. Presence is raised when the sync score over a
-// second or a reported second says a mark is there, and dropped after kAbsenceSeconds without
-// either.
+// seconds before the pair that made the lock again. Presence is raised when the sync score (over
+// the last second, or the frames so far) or a reported second says a mark is there, and dropped
+// after kAbsenceSeconds without either.
 // Not thread-safe: one detector watches one stream, one frame at a time.
 #pragma once
 
@@ -49,9 +49,12 @@ struct DetectorReport {
 class WatermarkDetector {
  public:
   static constexpr double kClipAmplitude = 4.0;
-  // Window-mean sync score that raises presence, and the one that keeps it up. Set from unmarked
-  // video (see plugins/README.md).
-  static constexpr double kPresenceOn = 4.5;
+  // Presence is judged on the sync votes of this many seconds (or the frames so far): a weak mark
+  // builds up a clearer score over two seconds than over one, while unmarked video does not.
+  static constexpr double kPresenceSeconds = 2.0;
+  // Sync score that raises presence, and the one that keeps it up. Set from unmarked video (see
+  // plugins/README.md).
+  static constexpr double kPresenceOn = 5.5;
   static constexpr double kPresenceOff = 3.0;
   static constexpr double kAbsenceSeconds = 2.0;
 
@@ -66,8 +69,9 @@ class WatermarkDetector {
 
   // Whether a mark is present now.
   bool IsPresent() const { return present_; }
-  // The sync score of the last second: the mean of the sync cells' votes summed over the second,
-  // over its standard error (0 before the first frame).
+  // The sync score of the last kPresenceSeconds, or of the frames so far before that: the mean of
+  // the sync cells' votes summed over those frames, over its standard error (0 before the first
+  // frame).
   double SyncScore() const;
 
  private:
@@ -119,13 +123,15 @@ class WatermarkDetector {
   const int window_;  // frames in a second, rounded
   const int confirmDelay_;  // frames after a second's end before it is decided
   const int boundaryDrift_;  // frames a second's end may stray from a whole number of seconds
+  const std::size_t presenceWindow_;  // frames of sync votes that presence is judged on
   const std::size_t windowsKept_;  // far enough back to read the seconds before a new lock
 
   // Rebuilt when the picture size changes
   std::unique_ptr<WatermarkLayout> layout_;
   std::vector<double> cellAmplitudes_;
 
-  // The last second of frame measures and their sums
+  // The frame measures of the presence window; the bit sums of its last second, the sync sums of
+  // all of it
   std::deque<FrameMeasure> history_;
   std::vector<double> bitSums_;
   std::vector<double> syncSums_;  // per sync cell

@@ -119,6 +119,7 @@ struct Seen {
   std::vector<Detection> detections;
   std::vector<double> reportedAt;  // detector media time of the frame that completed each one
   std::vector<DetectorReport> presenceChanges;
+  std::vector<double> presenceReportedAt;
 };
 
 Seen Detect(const Clip& clip, std::uint64_t seed, std::size_t firstFrame = 0) {
@@ -130,7 +131,10 @@ Seen Detect(const Clip& clip, std::uint64_t seed, std::size_t firstFrame = 0) {
       seen.detections.push_back(found);
       seen.reportedAt.push_back(static_cast<double>(index - firstFrame + 1) / clip.frameRate);
     }
-    if (report.presence) seen.presenceChanges.push_back(report);
+    if (report.presence) {
+      seen.presenceChanges.push_back(report);
+      seen.presenceReportedAt.push_back(static_cast<double>(index - firstFrame + 1) / clip.frameRate);
+    }
   }
   return seen;
 }
@@ -151,6 +155,8 @@ TEST(WatermarkDetector, RoundTripOnMovingTexturedVideo) {
   EXPECT_LE(seen.reportedAt.front(), 2.1) << "two seconds, and the frames that confirm the end";
   ASSERT_EQ(1u, seen.presenceChanges.size());
   EXPECT_EQ(true, seen.presenceChanges[0].presence);
+  EXPECT_EQ(0.0, seen.presenceChanges[0].presenceMediaTime);
+  EXPECT_LE(seen.presenceReportedAt[0], 2 / 25.0) << "a clear mark is seen within the first frames";
 }
 
 TEST(WatermarkDetector, LocksOnAtEveryFrameOffsetOfBothWordKinds) {

@@ -5,8 +5,9 @@
 //   watermark_driver detect --seed S < in
 //     prints one line per confirmed second ("second cid timestamp quality media_time reported_at",
 //     the last being the media time of the frame that completed it), one per presence change
-//     ("presence state media_time") and a closing line with the frame count and the highest
-//     one-second sync score seen ("summary frames max_sync").
+//     ("presence state media_time") and a closing line with the frame count, the highest sync
+//     score seen (what presence is judged by, from the first frame on) and the lowest once a whole
+//     second is in ("summary frames max_sync min_sync").
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -110,11 +111,13 @@ int Detect(std::uint64_t seed) {
   Framework::Frame frame = FrameFor(*header);
   Lumenseal::WatermarkDetector detector(seed, header->frameRate);
   double maxSync = std::numeric_limits<double>::lowest();
+  double minSync = std::numeric_limits<double>::max();
   std::uint64_t frames = 0;
   for (; ReadFrame(std::cin, frame); ++frames) {
     const auto report = detector.ProcessFrame(frame);
+    maxSync = std::max(maxSync, detector.SyncScore());
     if (frames + 1 >= static_cast<std::uint64_t>(header->frameRate)) {
-      maxSync = std::max(maxSync, detector.SyncScore());
+      minSync = std::min(minSync, detector.SyncScore());
     }
     for (const auto& found : report.detections) {
       std::printf("second %u %d %.3f %.2f %.2f\n", found.cid, found.timestamp, found.quality,
@@ -122,7 +125,7 @@ int Detect(std::uint64_t seed) {
     }
     if (report.presence) std::printf("presence %d %.2f\n", *report.presence ? 1 : 0, report.presenceMediaTime);
   }
-  std::printf("summary %llu %.2f\n", static_cast<unsigned long long>(frames), maxSync);
+  std::printf("summary %llu %.2f %.2f\n", static_cast<unsigned long long>(frames), maxSync, minSync);
   return 0;
 }
 
