@@ -23,6 +23,8 @@ constexpr std::int64_t kBackfillSeconds = 4;
 constexpr double kNoiseSnr = 1.33;
 constexpr double kFullQualitySnr = 4.0;
 constexpr double kMinimumVariance = 1e-12;
+// Sync sums beyond this many times their median size are clipped before scoring.
+constexpr double kScoreClipMedians = 3.0;
 // Frame rate assumed when the caller gives none.
 constexpr double kDefaultFrameRate = 25.0;
 
@@ -57,11 +59,20 @@ WatermarkDetector::~WatermarkDetector() = default;
 double WatermarkDetector::SyncScore() const {
   const auto cells = static_cast<double>(syncSums_.size());
   if (history_.empty() || cells < 2) return 0.0;
+  // Smooth pictures hold much of the chip in a few cells, whose sums would make the score swing
+  // far more than chance allows: sums are clipped at kScoreClipMedians times their median size.
+  std::vector<double> sizes(syncSums_.size());
+  std::transform(syncSums_.begin(), syncSums_.end(), sizes.begin(),
+                 [](double vote) { return std::abs(vote); });
+  const auto middle = sizes.begin() + static_cast<std::ptrdiff_t>(sizes.size() / 2);
+  std::nth_element(sizes.begin(), middle, sizes.end());
+  const double limit = kScoreClipMedians * *middle;
   double sum = 0.0;
   double squares = 0.0;
   for (double vote : syncSums_) {
-    sum += vote;
-    squares += vote * vote;
+    const double clipped = std::clamp(vote, -limit, limit);
+    sum += clipped;
+    squares += clipped * clipped;
   }
   const double mean = sum / cells;
   const double variance = std::max(squares / cells - mean * mean, kMinimumVariance);
