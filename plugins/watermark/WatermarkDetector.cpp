@@ -170,19 +170,21 @@ bool WatermarkDetector::IsExpectedSecondEnd(std::size_t at) const {
   const std::int64_t endFrame = windows_[at].endFrame;
   const std::int64_t seconds = SecondsSinceLock(endFrame);
   if (seconds < 1) return false;
-  const auto expected = lockFrame_ + std::llround(static_cast<double>(seconds) * frameRate_);
+  return EndsSecondNear(at, lockFrame_ + std::llround(static_cast<double>(seconds) * frameRate_));
+}
+
+bool WatermarkDetector::EndsSecondNear(std::size_t at, std::int64_t endFrame) const {
   const auto drift = static_cast<std::size_t>(boundaryDrift_);
-  return std::abs(endFrame - expected) <= boundaryDrift_ && IsStrongestWithin(at, drift, drift);
+  return std::abs(windows_[at].endFrame - endFrame) <= boundaryDrift_ && IsStrongestWithin(at, drift, drift);
 }
 
 const WatermarkDetector::Window* WatermarkDetector::SecondEndNear(std::int64_t endFrame) const {
   if (windows_.empty()) return nullptr;
   const std::int64_t at = endFrame - windows_.front().endFrame;
-  const auto drift = static_cast<std::size_t>(boundaryDrift_);
   for (std::int64_t i = std::max<std::int64_t>(0, at - boundaryDrift_);
        i <= at + boundaryDrift_ && i < static_cast<std::int64_t>(windows_.size()); ++i) {
     const auto index = static_cast<std::size_t>(i);
-    if (IsStrongestWithin(index, drift, drift)) return &windows_[index];
+    if (EndsSecondNear(index, endFrame)) return &windows_[index];
   }
   return nullptr;
 }

@@ -100,6 +100,9 @@ class WatermarkDetector {
   // Whether windows_[at] ends a second where the lock says one ends, give or take the drift of a
   // frame rate that is not a whole number.
   bool IsExpectedSecondEnd(std::size_t at) const;
+  // Whether windows_[at] ends within the drift of `endFrame` and no window within the drift of it
+  // has more energy.
+  bool EndsSecondNear(std::size_t at, std::int64_t endFrame) const;
   // The kept window that ends a second at `endFrame`, give or take the drift; null when none is kept.
   const Window* SecondEndNear(std::int64_t endFrame) const;
   void DecodeWindow(const Window& window, DetectorReport& report);
