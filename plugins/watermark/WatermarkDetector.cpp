@@ -18,7 +18,7 @@ constexpr std::int64_t kMaxPairSeconds = 3;
 constexpr double kBoundaryTolerance = 0.25;
 constexpr int kMismatchesToUnlock = 2;
 // How many seconds before the pair that makes a lock are read again once the lock is known.
-constexpr std::int64_t kBackfillSeconds = 4;
+constexpr std::int64_t kReadBackSeconds = 8;
 // Bit-sum signal-to-noise ratios that map to quality 0 (noise alone) and quality 1.
 constexpr double kNoiseSnr = 1.33;
 constexpr double kFullQualitySnr = 4.0;
@@ -50,7 +50,7 @@ WatermarkDetector::WatermarkDetector(std::uint64_t seed, double frameRate)
       boundaryDrift_(frameRate_ == std::round(frameRate_) ? 0 : 1),
       presenceWindow_(static_cast<std::size_t>(
           std::max<long>(window_, std::lround(kPresenceSeconds * frameRate_)))),
-      windowsKept_(static_cast<std::size_t>((kMaxPairSeconds + kBackfillSeconds + 1) * window_ +
+      windowsKept_(static_cast<std::size_t>((kMaxPairSeconds + kReadBackSeconds + 1) * window_ +
                                             confirmDelay_)),
       bitSums_(PayloadCodec::kWordBits, 0.0) {}
 
@@ -259,32 +259,35 @@ bool WatermarkDetector::PairUp(const DecodedWord& decoded, DetectorReport& repor
     lockCid_ = cid.word.value;
     mismatches_ = 0;
     unconfirmed_.clear();
-    Backfill(first, firstTimestamp, report);
-    Emit(lockCid_, firstTimestamp, first, report);
-    Emit(lockCid_, firstTimestamp + seconds, decoded, report);
+    ReportLockedSeconds(first, firstTimestamp, decoded, seconds, report);
     return true;
   }
   return false;
 }
 
-void WatermarkDetector::Backfill(const DecodedWord& first, std::int64_t firstTimestamp,
-                                 DetectorReport& report) {
-  std::vector<std::pair<std::int64_t, DecodedWord>> found;  // time stamp and word, newest first
-  for (std::int64_t back = 1; back <= kBackfillSeconds; ++back) {
-    const std::int64_t endFrame = first.endFrame - std::llround(static_cast<double>(back) * frameRate_);
-    if (endFrame <= lockFrame_) break;
-    const Window* window = SecondEndNear(endFrame);
-    if (window == nullptr) continue;
-    const std::int64_t timestamp = firstTimestamp - back;
-    const PayloadWord expected = PayloadCodec::WordForSecond(lockCid_, timestamp);
-    const auto word = PayloadCodec::DecodeSoft(window->sums);
-    if (word ? *word == expected : PayloadCodec::Resembles(window->sums, expected)) {
-      found.emplace_back(timestamp, DecodedWord{expected, window->endFrame, Quality(window->sums)});
+void WatermarkDetector::ReportLockedSeconds(const DecodedWord& first, std::int64_t firstTimestamp,
+                                             const DecodedWord& last, std::int64_t seconds,
+                                             DetectorReport& report) {
+  for (std::int64_t offset = -kReadBackSeconds; offset <= seconds; ++offset) {
+    const std::int64_t timestamp = firstTimestamp + offset;
+    if (offset == 0 || offset == seconds) {
+      Emit(lockCid_, timestamp, offset == 0 ? first : last, report);
+    } else if (const auto again = ReadAgain(first.endFrame + std::llround(static_cast<double>(offset) * frameRate_),
+                                            timestamp)) {
+      Emit(lockCid_, timestamp, *again, report);
     }
   }
-  for (auto second = found.rbegin(); second != found.rend(); ++second) {
-    Emit(lockCid_, second->first, second->second, report);
-  }
+}
+
+std::optional<WatermarkDetector::DecodedWord> WatermarkDetector::ReadAgain(std::int64_t endFrame,
+                                                                           std::int64_t timestamp) const {
+  if (endFrame <= lockFrame_) return std::nullopt;
+  const Window* window = SecondEndNear(endFrame);
+  if (window == nullptr) return std::nullopt;
+  const PayloadWord expected = PayloadCodec::WordForSecond(lockCid_, timestamp);
+  const auto word = PayloadCodec::DecodeSoft(window->sums);
+  if (word ? !(*word == expected) : !PayloadCodec::Resembles(window->sums, expected)) return std::nullopt;
+  return DecodedWord{expected, window->endFrame, Quality(window->sums)};
 }
 
 void WatermarkDetector::Emit(std::uint32_t cid, std::int64_t timestamp, const DecodedWord& decoded,

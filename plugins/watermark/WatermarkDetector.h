@@ -12,9 +12,9 @@
 // time stamps, or the CID and time stamp the detector is already locked on. Once locked, the
 // detector knows where seconds end and what they carry: it also reads the windows there, accepts
 // a window that fails its CRC but plainly resembles the expected word, and on locking reads the
-// seconds before the pair that made the lock again. Presence is raised when the sync score (over
-// the last second, or the frames so far) or a reported second says a mark is there, and dropped
-// after kAbsenceSeconds without either.
+// seconds before and between the pair that made the lock again. Presence is raised when the sync
+// score (over the last kPresenceSeconds, or the frames so far) or a reported second says a mark is
+// there, and dropped after kAbsenceSeconds without either.
 // Not thread-safe: one detector watches one stream, one frame at a time.
 #pragma once
 
@@ -112,9 +112,14 @@ class WatermarkDetector {
   std::int64_t SecondsSinceLock(std::int64_t endFrame) const;
   void Confirm(const DecodedWord& decoded, DetectorReport& report);
   bool PairUp(const DecodedWord& decoded, DetectorReport& report);
-  // Once a pair has made a lock, reports the seconds before its first word that read as the lock
-  // expects: a stream that was hard to lock on to is not missing its first seconds.
-  void Backfill(const DecodedWord& first, std::int64_t firstTimestamp, DetectorReport& report);
+  // Once the words `first` and `last`, `seconds` apart, have made a lock, reports them, oldest
+  // first, together with the seconds before and between them that read as the lock expects: a
+  // stream that was hard to lock on to is not missing its first seconds.
+  void ReportLockedSeconds(const DecodedWord& first, std::int64_t firstTimestamp, const DecodedWord& last,
+                           std::int64_t seconds, DetectorReport& report);
+  // The kept window that ends a second at `endFrame`, read as the lock's second `timestamp`, when
+  // it decodes to or resembles what the lock says it carries and is newer than the last report.
+  std::optional<DecodedWord> ReadAgain(std::int64_t endFrame, std::int64_t timestamp) const;
   void Emit(std::uint32_t cid, std::int64_t timestamp, const DecodedWord& decoded,
             DetectorReport& report);
   void UpdatePresence(bool confirmed, DetectorReport& report);

@@ -197,15 +197,21 @@ TEST(WatermarkDetector, ReadsDamagedSecondsAsTheLockExpectsThem) {
     const Seen seen = Detect(DamagedFlatClip(8, {4}), kSeed);
     EXPECT_EQ(SlotSeconds(0, 6), Timestamps(seen));
   }
-  {
-    SCOPED_TRACE("damaged seconds before the first pair that locks");
-    const Seen seen = Detect(DamagedFlatClip(8, {0, 1, 2}), kSeed);
-    EXPECT_EQ(SlotSeconds(0, 6), Timestamps(seen));
+  const auto expectReadAgainInOrder = [](const Seen& seen, std::int64_t lastSecond, double lockedAt) {
+    EXPECT_EQ(SlotSeconds(0, lastSecond), Timestamps(seen));
     ASSERT_FALSE(seen.reportedAt.empty());
-    EXPECT_GT(seen.reportedAt.front(), 5.0) << "read again once seconds 3 and 4 made the lock";
+    EXPECT_GT(seen.reportedAt.front(), lockedAt) << "read again once the lock was made";
     for (std::size_t second = 0; second < seen.detections.size(); ++second) {
       EXPECT_NEAR(static_cast<double>(second), seen.detections[second].mediaTime, 1e-9);
     }
+  };
+  {
+    SCOPED_TRACE("six damaged seconds before the first pair that locks (seconds 6 and 7)");
+    expectReadAgainInOrder(Detect(DamagedFlatClip(10, {0, 1, 2, 3, 4, 5}), kSeed), 8, 7.0);
+  }
+  {
+    SCOPED_TRACE("damaged seconds between the words of the pair that locks (seconds 2 and 5)");
+    expectReadAgainInOrder(Detect(DamagedFlatClip(8, {0, 1, 3, 4}), kSeed), 6, 6.0);
   }
   {
     SCOPED_TRACE("damaged seconds with nothing to lock on to");
