@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <functional>
 
 #include "PayloadCodec.h"
 #include "WatermarkLayout.h"
@@ -20,6 +21,9 @@ constexpr std::int32_t kProductRounding = std::int32_t{1} << (kProductShift - 1)
 // rather than the pixels', so that grain and noise do not count as masking texture.
 constexpr int kTextureBlock = 4;
 constexpr double kFrameRateTolerance = 1e-9;
+// Peak luma value in PSNR, and the mean square of a chip of peak amplitude 1 over its cell.
+constexpr double kLumaPeak = 255.0;
+constexpr double kChipMeanSquare = 0.25;
 
 }  // namespace
 
@@ -79,6 +83,33 @@ void WatermarkEmbedder::MeasureAmplitudes(const std::uint8_t* luma, int pitch) {
     const double added = masked * cellValues_[cell] - kHostCancellation * hostAmplitudes_[cell];
     amplitudes_[cell] = static_cast<float>(std::clamp(added, -cap, cap));
   }
+  KeepWithinBudget();
+}
+
+void WatermarkEmbedder::KeepWithinBudget() {
+  // A chip of peak amplitude a changes its cell by a^2 / 4 in the mean square.
+  const double cellArea = static_cast<double>(layout_->CellSize()) * layout_->CellSize();
+  const double frameArea = static_cast<double>(layout_->Width()) * layout_->Height();
+  const double budgetSquares =
+      kLumaPeak * kLumaPeak / std::pow(10.0, kPsnrBudget / 10.0) * frameArea / (cellArea * kChipMeanSquare);
+  largestFirst_.resize(amplitudes_.size());
+  std::transform(amplitudes_.begin(), amplitudes_.end(), largestFirst_.begin(),
+                 [](float amplitude) { return std::abs(amplitude); });
+  double squares = 0.0;
+  for (float size : largestFirst_) squares += static_cast<double>(size) * size;
+  if (squares <= budgetSquares) return;
+  std::sort(largestFirst_.begin(), largestFirst_.end(), std::greater<float>());
+  // With the k largest trimmed to a ceiling c and the rest kept: k c^2 + rest = budget, where c
+  // must not fall below the largest amplitude kept.
+  double ceiling = 0.0;
+  for (std::size_t trimmed = 1; trimmed <= largestFirst_.size(); ++trimmed) {
+    const double size = largestFirst_[trimmed - 1];
+    squares -= size * size;
+    ceiling = std::sqrt(std::max(0.0, budgetSquares - squares) / static_cast<double>(trimmed));
+    if (trimmed == largestFirst_.size() || ceiling >= largestFirst_[trimmed]) break;
+  }
+  const auto limit = static_cast<float>(std::max(ceiling, std::min<double>(strength_.globalDepth, kMaxAmplitude)));
+  for (float& amplitude : amplitudes_) amplitude = std::clamp(amplitude, -limit, limit);
 }
 
 void WatermarkEmbedder::MeasureTexture(const std::uint8_t* luma, int pitch) {

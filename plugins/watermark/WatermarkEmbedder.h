@@ -8,7 +8,10 @@
 // means of neighbouring 4x4 blocks (texture at the chips' scale; pixel grain hardly counts). The
 // embedder also subtracts kHostCancellation of the chip that the picture itself already holds in
 // each cell (informed embedding), so that the detector's reading of a cell depends little on the
-// picture; the sum stays within MaxLocalDepth. Marked samples are kept inside the legal luma range
+// picture; the sum stays within MaxLocalDepth. Masking may lift a cell above GlobalDepth only while
+// the frame's planned mean squared change stays within kPsnrBudget: in heavily textured pictures
+// the largest amplitudes are trimmed to one common ceiling (for a given energy, equal amplitudes
+// give the detector the largest correlation). Marked samples are kept inside the legal luma range
 // 16..235 (a sample already outside it is never pushed further out). The keyed layout is computed
 // once per picture size; a frame costs three passes over its luma: block sums, the projection on
 // the chips, and adding the chips.
@@ -45,6 +48,8 @@ class WatermarkEmbedder {
   static constexpr double kTextureGain = 0.25;
   static constexpr double kMaxAmplitude = 16.0;
   static constexpr double kHostCancellation = 0.7;
+  // PSNR-Y, in dB, of the change planned for a frame, above which texture masking is trimmed.
+  static constexpr double kPsnrBudget = 45.5;
 
   WatermarkEmbedder(std::uint64_t seed, EmbedderStrength strength);
   ~WatermarkEmbedder();
@@ -63,6 +68,8 @@ class WatermarkEmbedder {
   void SetWord(std::uint32_t cid, std::int64_t timestamp);
   void MeasureAmplitudes(const std::uint8_t* luma, int pitch);
   void MeasureTexture(const std::uint8_t* luma, int pitch);
+  // Trims the largest amplitudes, down to GlobalDepth at most, until the frame fits kPsnrBudget.
+  void KeepWithinBudget();
   double AddChips(std::uint8_t* luma, int pitch) const;
 
   // Constant after construction
@@ -84,6 +91,7 @@ class WatermarkEmbedder {
   std::vector<double> activity_;
   std::vector<double> hostAmplitudes_;
   std::vector<float> amplitudes_;
+  std::vector<float> largestFirst_;  // scratch: the amplitudes' sizes, largest first
 };
 
 }  // namespace Lumenseal
