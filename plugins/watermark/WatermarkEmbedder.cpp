@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <functional>
 
 #include "PayloadCodec.h"
 #include "WatermarkLayout.h"
@@ -21,9 +20,11 @@ constexpr std::int32_t kProductRounding = std::int32_t{1} << (kProductShift - 1)
 // rather than the pixels', so that grain and noise do not count as masking texture.
 constexpr int kTextureBlock = 4;
 constexpr double kFrameRateTolerance = 1e-9;
-// Peak luma value in PSNR, and the mean square of a chip of peak amplitude 1 over its cell.
+// Peak luma value in PSNR; steps per luma level of the table of a cell's squared change; halvings
+// in the search for the ceiling that keeps a frame within its PSNR budget.
 constexpr double kLumaPeak = 255.0;
-constexpr double kChipMeanSquare = 0.25;
+constexpr int kSquaresSteps = 16;
+constexpr int kCeilingSearchSteps = 16;
 
 }  // namespace
 
@@ -54,6 +55,7 @@ void WatermarkEmbedder::Configure(int width, int height) {
   cellValues_.assign(cells, 0);
   activity_.assign(cells, 0.0);
   amplitudes_.assign(cells, 0.0f);
+  TabulateCellSquares();
   hasWord_ = false;
 }
 
@@ -87,29 +89,50 @@ void WatermarkEmbedder::MeasureAmplitudes(const std::uint8_t* luma, int pitch) {
 }
 
 void WatermarkEmbedder::KeepWithinBudget() {
-  // A chip of peak amplitude a changes its cell by a^2 / 4 in the mean square.
-  const double cellArea = static_cast<double>(layout_->CellSize()) * layout_->CellSize();
   const double frameArea = static_cast<double>(layout_->Width()) * layout_->Height();
-  const double budgetSquares =
-      kLumaPeak * kLumaPeak / std::pow(10.0, kPsnrBudget / 10.0) * frameArea / (cellArea * kChipMeanSquare);
-  largestFirst_.resize(amplitudes_.size());
-  std::transform(amplitudes_.begin(), amplitudes_.end(), largestFirst_.begin(),
-                 [](float amplitude) { return std::abs(amplitude); });
-  double squares = 0.0;
-  for (float size : largestFirst_) squares += static_cast<double>(size) * size;
-  if (squares <= budgetSquares) return;
-  std::sort(largestFirst_.begin(), largestFirst_.end(), std::greater<float>());
-  // With the k largest trimmed to a ceiling c and the rest kept: k c^2 + rest = budget, where c
-  // must not fall below the largest amplitude kept.
-  double ceiling = 0.0;
-  for (std::size_t trimmed = 1; trimmed <= largestFirst_.size(); ++trimmed) {
-    const double size = largestFirst_[trimmed - 1];
-    squares -= size * size;
-    ceiling = std::sqrt(std::max(0.0, budgetSquares - squares) / static_cast<double>(trimmed));
-    if (trimmed == largestFirst_.size() || ceiling >= largestFirst_[trimmed]) break;
+  const double budget = kLumaPeak * kLumaPeak / std::pow(10.0, kPsnrBudget / 10.0) * frameArea;
+  float largest = 0.0f;
+  for (float amplitude : amplitudes_) largest = std::max(largest, std::abs(amplitude));
+  if (SquaredChangeUpTo(largest) <= budget) return;
+  // The largest amplitudes are trimmed to one ceiling, never below GlobalDepth, found by halving.
+  float low = static_cast<float>(std::min<double>(strength_.globalDepth, kMaxAmplitude));
+  float high = largest;
+  if (SquaredChangeUpTo(low) < budget) {
+    for (int step = 0; step < kCeilingSearchSteps; ++step) {
+      const float middle = (low + high) / 2.0f;
+      (SquaredChangeUpTo(middle) <= budget ? low : high) = middle;
+    }
   }
-  const auto limit = static_cast<float>(std::max(ceiling, std::min<double>(strength_.globalDepth, kMaxAmplitude)));
-  for (float& amplitude : amplitudes_) amplitude = std::clamp(amplitude, -limit, limit);
+  for (float& amplitude : amplitudes_) amplitude = std::clamp(amplitude, -low, low);
+}
+
+double WatermarkEmbedder::SquaredChangeUpTo(float ceiling) const {
+  double squares = 0.0;
+  for (float amplitude : amplitudes_) {
+    const float size = std::min(std::abs(amplitude), ceiling);
+    squares += cellSquares_[static_cast<std::size_t>(std::lround(size * kSquaresSteps))];
+  }
+  return squares;
+}
+
+void WatermarkEmbedder::TabulateCellSquares() {
+  // The change a chip makes is rounded to whole levels, which matters at the small amplitudes of
+  // flat pictures: the squares are summed as the samples will change.
+  const int size = layout_->CellSize();
+  const double scale = std::ldexp(1.0, -WatermarkLayout::kShapeScaleBits);
+  const auto& profile = layout_->Profile();
+  cellSquares_.assign(static_cast<std::size_t>(kMaxAmplitude * kSquaresSteps) + 1, 0.0);
+  for (std::size_t step = 0; step < cellSquares_.size(); ++step) {
+    const double amplitude = static_cast<double>(step) / kSquaresSteps;
+    double squares = 0.0;
+    for (int y = 0; y < size; ++y) {
+      for (int x = 0; x < size; ++x) {
+        const double change = std::floor(amplitude * profile[y] * scale * profile[x] * scale + 0.5);
+        squares += change * change;
+      }
+    }
+    cellSquares_[step] = squares;
+  }
 }
 
 void WatermarkEmbedder::MeasureTexture(const std::uint8_t* luma, int pitch) {

@@ -9,9 +9,9 @@
 // embedder also subtracts kHostCancellation of the chip that the picture itself already holds in
 // each cell (informed embedding), so that the detector's reading of a cell depends little on the
 // picture; the sum stays within MaxLocalDepth. Masking may lift a cell above GlobalDepth only while
-// the frame's planned mean squared change stays within kPsnrBudget: in heavily textured pictures
-// the largest amplitudes are trimmed to one common ceiling (for a given energy, equal amplitudes
-// give the detector the largest correlation). Marked samples are kept inside the legal luma range
+// the frame's planned mean squared change (of the samples rounded as they will be) stays within
+// kPsnrBudget: in heavily textured pictures the largest amplitudes are trimmed to one common
+// ceiling (for a given energy, equal amplitudes give the detector the largest correlation). Marked samples are kept inside the legal luma range
 // 16..235 (a sample already outside it is never pushed further out). The keyed layout is computed
 // once per picture size; a frame costs three passes over its luma: block sums, the projection on
 // the chips, and adding the chips.
@@ -70,6 +70,9 @@ class WatermarkEmbedder {
   void MeasureTexture(const std::uint8_t* luma, int pitch);
   // Trims the largest amplitudes, down to GlobalDepth at most, until the frame fits kPsnrBudget.
   void KeepWithinBudget();
+  // The sum of the squared changes the chips would make with every amplitude cut to `ceiling`.
+  double SquaredChangeUpTo(float ceiling) const;
+  void TabulateCellSquares();
   double AddChips(std::uint8_t* luma, int pitch) const;
 
   // Constant after construction
@@ -91,7 +94,10 @@ class WatermarkEmbedder {
   std::vector<double> activity_;
   std::vector<double> hostAmplitudes_;
   std::vector<float> amplitudes_;
-  std::vector<float> largestFirst_;  // scratch: the amplitudes' sizes, largest first
+
+  // Per picture size: the sum of the squared changes over a cell for a chip of peak amplitude
+  // i / kSquaresSteps levels, i up to kMaxAmplitude levels
+  std::vector<double> cellSquares_;
 };
 
 }  // namespace Lumenseal

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <vector>
 
@@ -69,7 +70,8 @@ TEST(WatermarkEmbedder, MasksFlatAreasMoreThanTexture) {
   Framework::Frame frame(SmallFormat());
   Testing::PaintScene(frame, 0);
   const auto before = Samples(frame);
-  WatermarkEmbedder embedder(kSeed, {});
+  // Strength well inside the PSNR budget, so that masking is not trimmed.
+  WatermarkEmbedder embedder(kSeed, {1.0, 4});
   embedder.Embed(frame, Request(0));
   const auto after = Samples(frame);
   // The scene is flat in its top-left quarter and finely textured in its right half.
@@ -120,11 +122,63 @@ TEST(WatermarkEmbedder, StrengthScalesTheChange) {
   Testing::PaintScene(weakFrame, 1);
   Framework::Frame strongFrame(SmallFormat());
   Testing::PaintScene(strongFrame, 1);
-  WatermarkEmbedder weak(kSeed, {0.5, 2});
-  WatermarkEmbedder strong(kSeed, {2.0, 8});
+  // No masking (the cap is the depth), so every cell takes the depth asked for.
+  WatermarkEmbedder weak(kSeed, {1.0, 1});
+  WatermarkEmbedder strong(kSeed, {3.0, 3});
   const double weakEnergy = weak.Embed(weakFrame, Request(1));
   const double strongEnergy = strong.Embed(strongFrame, Request(1));
-  EXPECT_GT(strongEnergy, 3.0 * weakEnergy);
+  EXPECT_GT(strongEnergy, 2.5 * weakEnergy);
+}
+
+// PSNR-Y of a marked frame against the original, over the whole luma plane.
+double LumaPsnr(const std::vector<std::uint8_t>& before, const Framework::Frame& after) {
+  const auto& format = after.GetFormat();
+  double squares = 0.0;
+  for (int y = 0; y < format.GetHeight(); ++y) {
+    for (int x = 0; x < format.GetWidth(); ++x) {
+      const auto at = static_cast<std::size_t>(y * after.GetPitch(0) + x);
+      const double change = after.GetPlane(0)[at] - before[at];
+      squares += change * change;
+    }
+  }
+  const double meanSquare = squares / (static_cast<double>(format.GetWidth()) * format.GetHeight());
+  return 10.0 * std::log10(255.0 * 255.0 / meanSquare);
+}
+
+TEST(WatermarkEmbedder, TrimsMaskingToKeepTexturedPicturesWithinThePsnrBudget) {
+  // Random 4x4 blocks of dark and light grey: texture everywhere, masking at its cap everywhere.
+  Framework::Frame textured(Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, 1280, 720, 25.0));
+  const auto& format = textured.GetFormat();
+  std::uint32_t state = 12345;
+  std::vector<std::uint8_t> blocks(static_cast<std::size_t>(format.GetWidth() / 4 * (format.GetHeight() / 4)));
+  for (auto& block : blocks) {
+    state = state * 1664525u + 1013904223u;
+    block = (state >> 31) != 0 ? 170 : 70;
+  }
+  for (int y = 0; y < format.GetHeight(); ++y) {
+    for (int x = 0; x < format.GetWidth(); ++x) {
+      textured.GetPlane(0)[y * textured.GetPitch(0) + x] =
+          blocks[static_cast<std::size_t>(y / 4 * (format.GetWidth() / 4) + x / 4)];
+    }
+  }
+  const auto before = Samples(textured);
+  const auto psnrWith = [&](EmbedderStrength strength) {
+    Framework::Frame frame(format);
+    std::copy(before.begin(), before.end(), frame.GetPlane(0));
+    WatermarkEmbedder(kSeed, strength).Embed(frame, Request(0));
+    return LumaPsnr(before, frame);
+  };
+  {
+    SCOPED_TRACE("the default strength would reach about 43 dB untrimmed");
+    // With every cell at one ceiling, the rounded change moves in steps: at or a little above.
+    const double psnr = psnrWith({});
+    EXPECT_GE(psnr, WatermarkEmbedder::kPsnrBudget);
+    EXPECT_LE(psnr, WatermarkEmbedder::kPsnrBudget + 1.0);
+  }
+  {
+    SCOPED_TRACE("never trimmed below the depth asked for: 5 levels everywhere is about 41 dB");
+    EXPECT_LT(psnrWith({5.0, 5}), 43.0);
+  }
 }
 
 TEST(WatermarkEmbedder, SecondsFollowTheFrameRate) {
