@@ -23,6 +23,9 @@ constexpr std::int64_t kReadBackSeconds = 8;
 constexpr double kNoiseSnr = 1.33;
 constexpr double kFullQualitySnr = 4.0;
 constexpr double kMinimumVariance = 1e-12;
+// A bit cell's vote weighs 1 / (this + its mean squared vote): flat cells, where the mark stands
+// alone, weigh up to 9 times as much as cells whose votes swing to the clip amplitude.
+constexpr double kVotePowerFloor = 2.0;
 // Sync sums beyond this many times their median size are clipped before scoring.
 constexpr double kScoreClipMedians = 3.0;
 // Frame rate assumed when the caller gives none.
@@ -101,6 +104,7 @@ void WatermarkDetector::Configure(int width, int height) {
   history_.clear();
   std::fill(bitSums_.begin(), bitSums_.end(), 0.0);
   syncSums_.assign(static_cast<std::size_t>(layout_->CellsOf(WatermarkLayout::kSyncChannel)), 0.0);
+  cellPower_.assign(static_cast<std::size_t>(layout_->CellCount()), 0.0);
   windows_.clear();
 }
 
@@ -109,16 +113,28 @@ WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Fram
   FrameMeasure measure;
   measure.bits.assign(PayloadCodec::kWordBits, 0.0);
   measure.syncVotes.reserve(syncSums_.size());
+  channelWeights_.assign(PayloadCodec::kWordBits, 0.0);
+  // Each bit cell's mean squared vote over about the last second sets its weight: cells whose votes
+  // moving picture detail swings count for less, because the mark drowns there. Votes weigh alike
+  // until a second has been seen.
+  const auto seen = static_cast<std::int64_t>(history_.size());
+  const double rate = 1.0 / static_cast<double>(std::min<std::int64_t>(seen + 1, window_));
+  const bool weighted = seen >= window_;
   for (int cell = 0; cell < layout_->CellCount(); ++cell) {
-    const double amplitude = cellAmplitudes_[static_cast<std::size_t>(cell)];
-    const double vote = layout_->Sign(cell) * std::clamp(amplitude, -kClipAmplitude, kClipAmplitude);
+    const auto index = static_cast<std::size_t>(cell);
+    const double vote = layout_->Sign(cell) * std::clamp(cellAmplitudes_[index], -kClipAmplitude, kClipAmplitude);
     const int channel = layout_->Channel(cell);
     if (channel == WatermarkLayout::kSyncChannel) {
       measure.syncVotes.push_back(vote);
-    } else {
-      measure.bits[static_cast<std::size_t>(channel - 1)] += vote / layout_->CellsOf(channel);
+      continue;
     }
+    cellPower_[index] += (vote * vote - cellPower_[index]) * rate;
+    const double weight = weighted ? 1.0 / (kVotePowerFloor + cellPower_[index]) : 1.0;
+    const auto bit = static_cast<std::size_t>(channel - 1);
+    measure.bits[bit] += weight * vote;
+    channelWeights_[bit] += weight;
   }
+  for (std::size_t bit = 0; bit < measure.bits.size(); ++bit) measure.bits[bit] /= channelWeights_[bit];
   return measure;
 }
 

@@ -2,9 +2,10 @@
 //
 // Every frame is reduced to one amplitude estimate per cell (the luma's correlation with the
 // cell's chip), clipped to kClipAmplitude so that strong picture structure cannot outvote the
-// mark. Over a sliding one-second window the votes of each sync cell are summed, and the mean of
-// those sums over their standard error is the sync score; the bit channels' mean votes are summed
-// over the same window. The second boundaries are found at any offset: a window whose bit sums
+// mark. Over the last kPresenceSeconds the votes of each sync cell are summed, and the mean of
+// those sums over their standard error is the sync score; the bit channels' votes, each cell's
+// weighed by how little the picture makes it swing, are averaged per frame and summed over a
+// sliding one-second window. The second boundaries are found at any offset: a window whose bit sums
 // are larger than those of the windows ending in the half second before it and in the few frames
 // after it ends a second, because a window that straddles two words loses the bits in which they
 // differ. Each such window's signs are decoded and CRC-checked. A decoded second is reported only
@@ -137,6 +138,8 @@ class WatermarkDetector {
   // Rebuilt when the picture size changes
   std::unique_ptr<WatermarkLayout> layout_;
   std::vector<double> cellAmplitudes_;
+  std::vector<double> cellPower_;  // per cell: mean squared vote over about the last second
+  std::vector<double> channelWeights_;  // per bit channel, this frame: the sum of its cells' weights
 
   // The frame measures of the presence window; the bit sums of its last second, the sync sums of
   // all of it
