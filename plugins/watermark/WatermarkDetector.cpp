@@ -122,7 +122,8 @@ WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Fram
   const bool weighted = seen >= window_;
   for (int cell = 0; cell < layout_->CellCount(); ++cell) {
     const auto index = static_cast<std::size_t>(cell);
-    const double vote = layout_->Sign(cell) * std::clamp(cellAmplitudes_[index], -kClipAmplitude, kClipAmplitude);
+    const double amplitude = std::clamp(cellAmplitudes_[index], -kClipAmplitude, kClipAmplitude);
+    const double vote = layout_->Sign(cell) * amplitude;
     const int channel = layout_->Channel(cell);
     if (channel == WatermarkLayout::kSyncChannel) {
       measure.syncVotes.push_back(vote);
@@ -288,10 +289,10 @@ void WatermarkDetector::ReportLockedSeconds(const DecodedWord& first, std::int64
     const std::int64_t timestamp = firstTimestamp + offset;
     if (offset == 0 || offset == seconds) {
       Emit(lockCid_, timestamp, offset == 0 ? first : last, report);
-    } else if (const auto again = ReadAgain(first.endFrame + std::llround(static_cast<double>(offset) * frameRate_),
-                                            timestamp)) {
-      Emit(lockCid_, timestamp, *again, report);
+      continue;
     }
+    const std::int64_t endFrame = first.endFrame + std::llround(static_cast<double>(offset) * frameRate_);
+    if (const auto again = ReadAgain(endFrame, timestamp)) Emit(lockCid_, timestamp, *again, report);
   }
 }
 

@@ -150,7 +150,8 @@ TEST(WatermarkEmbedder, TrimsMaskingToKeepTexturedPicturesWithinThePsnrBudget) {
   Framework::Frame textured(Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, 1280, 720, 25.0));
   const auto& format = textured.GetFormat();
   std::uint32_t state = 12345;
-  std::vector<std::uint8_t> blocks(static_cast<std::size_t>(format.GetWidth() / 4 * (format.GetHeight() / 4)));
+  const int blocksAcross = format.GetWidth() / 4;
+  std::vector<std::uint8_t> blocks(static_cast<std::size_t>(blocksAcross * (format.GetHeight() / 4)));
   for (auto& block : blocks) {
     state = state * 1664525u + 1013904223u;
     block = (state >> 31) != 0 ? 170 : 70;
@@ -158,7 +159,7 @@ TEST(WatermarkEmbedder, TrimsMaskingToKeepTexturedPicturesWithinThePsnrBudget) {
   for (int y = 0; y < format.GetHeight(); ++y) {
     for (int x = 0; x < format.GetWidth(); ++x) {
       textured.GetPlane(0)[y * textured.GetPitch(0) + x] =
-          blocks[static_cast<std::size_t>(y / 4 * (format.GetWidth() / 4) + x / 4)];
+          blocks[static_cast<std::size_t>(y / 4 * blocksAcross + x / 4)];
     }
   }
   const auto before = Samples(textured);
