@@ -5,10 +5,9 @@
 // It keeps "EmbeddedDurationInSeconds" from the frames it is given and the frame rate, raises a
 // VWMEmbeddingEvent with the average watermark energy (the mean change it applied) once a second
 // of media, records every prior watermark the channel reports, and appends encodation records to
-// a JSON Lines file.
-// Frames from second
-// "SelectedDurationInSeconds" on lie beyond the reserved time slot: they pass on without a
-// watermark, as bypassed frames do, until the channel extends the slot (0: no slot set, no limit).
+// a JSON Lines file. Frames from second "SelectedDurationInSeconds" on lie beyond the reserved
+// time slot: they pass on without a watermark, as bypassed frames do, until the channel extends
+// the slot (0: no slot set, no limit).
 //
 // Where the encodation log goes, first match wins: the string property "EncodationLogFile" of the
 // embedder, the environment variable QUILLMAR_ENCODATION_LOG, or "Logs/EncodationLog.jsonl" under
@@ -20,7 +19,6 @@
 #include <boost/format.hpp>
 #include <boost/json.hpp>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -31,13 +29,13 @@
 
 #include "events/LumensealBasebandEmbedderPlugin.h"
 #include "events/VWMEmbeddingEvent.h"
-#include "framework/Logger.h"
-#include "framework/PluginRegistry.h"
 #include "events/WatermarkTime.h"
+#include "framework/Logger.h"
 #include "framework/NoThrow.h"
+#include "framework/PluginRegistry.h"
 #include "plugins/embedder/EmbeddingMeter.h"
-#include "plugins/watermark/WatermarkEmbedder.h"
 #include "plugins/embedder/EncodationLogFile.h"
+#include "plugins/watermark/WatermarkEmbedder.h"
 
 namespace LumensealReference {
 namespace {

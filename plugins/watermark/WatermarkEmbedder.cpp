@@ -20,6 +20,17 @@ constexpr std::int32_t kProductRounding = std::int32_t{1} << (kProductShift - 1)
 // rather than the pixels', so that grain and noise do not count as masking texture.
 constexpr int kTextureBlock = 4;
 constexpr double kFrameRateTolerance = 1e-9;
+// The change a chip makes to one sample, in whole levels: its row's coefficient (amplitude times
+// the row's profile value, in Q12) times the column's profile value, rounded.
+std::int32_t RowCoefficient(double amplitude, std::int16_t rowProfile) {
+  constexpr double kScale = static_cast<double>(1 << kCoefficientBits) / (1 << WatermarkLayout::kShapeScaleBits);
+  return static_cast<std::int32_t>(std::lround(amplitude * rowProfile * kScale));
+}
+
+std::int32_t SampleChange(std::int32_t coefficient, std::int16_t columnProfile) {
+  return (coefficient * columnProfile + kProductRounding) >> kProductShift;
+}
+
 // Peak luma value in PSNR; steps per luma level of the table of a cell's squared change; halvings
 // in the search for the ceiling that keeps a frame within its PSNR budget.
 constexpr double kLumaPeak = 255.0;
@@ -118,16 +129,15 @@ double WatermarkEmbedder::SquaredChangeUpTo(float ceiling) const {
 void WatermarkEmbedder::TabulateCellSquares() {
   // The change a chip makes is rounded to whole levels, which matters at the small amplitudes of
   // flat pictures: the squares are summed as the samples will change.
-  const int size = layout_->CellSize();
-  const double scale = std::ldexp(1.0, -WatermarkLayout::kShapeScaleBits);
   const auto& profile = layout_->Profile();
   cellSquares_.assign(static_cast<std::size_t>(kMaxAmplitude * kSquaresSteps) + 1, 0.0);
   for (std::size_t step = 0; step < cellSquares_.size(); ++step) {
     const double amplitude = static_cast<double>(step) / kSquaresSteps;
     double squares = 0.0;
-    for (int y = 0; y < size; ++y) {
-      for (int x = 0; x < size; ++x) {
-        const double change = std::floor(amplitude * profile[y] * scale * profile[x] * scale + 0.5);
+    for (std::int16_t rowProfile : profile) {
+      const std::int32_t coefficient = RowCoefficient(amplitude, rowProfile);
+      for (std::int16_t columnProfile : profile) {
+        const double change = SampleChange(coefficient, columnProfile);
         squares += change * change;
       }
     }
@@ -169,20 +179,18 @@ void WatermarkEmbedder::MeasureTexture(const std::uint8_t* luma, int pitch) {
 double WatermarkEmbedder::AddChips(std::uint8_t* luma, int pitch) const {
   const int size = layout_->CellSize();
   const std::int16_t* profile = layout_->Profile().data();
-  const double coefficientScale =
-      static_cast<double>(1 << kCoefficientBits) / (1 << WatermarkLayout::kShapeScaleBits);
   std::uint64_t changed = 0;
   for (int y = 0; y < layout_->Rows() * size; ++y) {
     std::uint8_t* row = luma + static_cast<std::ptrdiff_t>(y) * pitch;
     const float* amplitudes = amplitudes_.data() + static_cast<std::ptrdiff_t>(y / size) * layout_->Columns();
-    const double rowProfile = profile[y % size] * coefficientScale;
+    const std::int16_t rowProfile = profile[y % size];
     for (int column = 0; column < layout_->Columns(); ++column) {
-      const auto coefficient = static_cast<std::int32_t>(std::lround(amplitudes[column] * rowProfile));
+      const std::int32_t coefficient = RowCoefficient(amplitudes[column], rowProfile);
       std::uint8_t* samples = row + column * size;
       std::int32_t rowChanged = 0;
       for (int x = 0; x < size; ++x) {
         const std::int32_t original = samples[x];
-        const std::int32_t delta = (coefficient * profile[x] + kProductRounding) >> kProductShift;
+        const std::int32_t delta = SampleChange(coefficient, profile[x]);
         const std::int32_t low = std::min(original, kLegalLumaLow);
         const std::int32_t high = std::max(original, kLegalLumaHigh);
         const std::int32_t marked = std::clamp(original + delta, low, high);
