@@ -26,15 +26,12 @@ std::uint64_t Crc(WordKind kind, std::uint32_t value) {
   return crc.checksum();
 }
 
-bool IsTimeSecond(std::int64_t timestamp) { return (timestamp & 1) != 0; }
-
 }  // namespace
 
-PayloadWord PayloadCodec::WordForSecond(std::uint32_t cid, std::int64_t timestamp) {
-  if (IsTimeSecond(timestamp)) {
-    return {WordKind::Time, static_cast<std::uint32_t>(timestamp)};
-  }
-  return {WordKind::Cid, cid};
+PayloadWord PayloadCodec::CidWord(std::uint32_t cid) { return {WordKind::Cid, cid}; }
+
+PayloadWord PayloadCodec::TimeWord(std::int64_t timestamp) {
+  return {WordKind::Time, static_cast<std::uint32_t>(timestamp)};
 }
 
 std::uint64_t PayloadCodec::Encode(const PayloadWord& word) {
@@ -48,7 +45,6 @@ std::optional<PayloadWord> PayloadCodec::Decode(std::uint64_t bits) {
   const PayloadWord word{(bits >> (kValueBits + kCrcBits)) != 0 ? WordKind::Time : WordKind::Cid,
                          static_cast<std::uint32_t>((bits >> kCrcBits) & kValueMask)};
   if (Crc(word.kind, word.value) != (bits & kCrcMask)) return std::nullopt;
-  if (word.kind == WordKind::Time && !IsTimeSecond(TimestampOf(word))) return std::nullopt;
   return word;
 }
 

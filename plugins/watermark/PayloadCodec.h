@@ -1,9 +1,9 @@
-// The watermark payload: one 48-bit word a second, each checked on its own by a CRC.
+// The watermark payload: 48-bit words, each checked on its own by a CRC.
 //
-// A word carries either the content identifier (CID) or the time stamp of its second, in whole
-// seconds since 2000-01-01 00:00:00 UTC. The kind follows the time stamp's parity: even seconds
-// carry the CID, odd seconds the time stamp, so a detector that reads any two neighbouring
-// seconds has both and can check that they agree. Layout, most significant bit first:
+// Every second carries two words on separate cells (see WatermarkLayout): the content identifier
+// (CID), the same all through a session, and the time stamp of the second, in whole seconds since
+// 2000-01-01 00:00:00 UTC. Consecutive time words differ in a few low value bits and the CRC, so
+// from one second to the next little of the mark changes. Layout, most significant bit first:
 //   bit 47       kind (0 CID, 1 time stamp)
 //   bits 46..15  the 32-bit value (the time stamp as a two's-complement 32-bit count)
 //   bits 14..0   CRC-15 (polynomial 0x4599) over kind and value
@@ -38,14 +38,15 @@ class PayloadCodec {
   // Largest share of soft bits' total weight that may disagree with a word they still resemble.
   static constexpr double kResemblanceShare = 0.03;
 
-  // The word that second `timestamp` (seconds since 2000-01-01) of content `cid` carries.
-  static PayloadWord WordForSecond(std::uint32_t cid, std::int64_t timestamp);
+  // The word that carries content identifier `cid`.
+  static PayloadWord CidWord(std::uint32_t cid);
+  // The word that carries time stamp `timestamp` (seconds since 2000-01-01).
+  static PayloadWord TimeWord(std::int64_t timestamp);
 
   // The 48 coded bits of `word`, in the low bits of the result.
   static std::uint64_t Encode(const PayloadWord& word);
 
-  // The word in `bits` (low 48 bits), or nothing when its CRC does not match or, for a time
-  // stamp, when its parity does not say "time stamp".
+  // The word in `bits` (low 48 bits), or nothing when its CRC does not match.
   static std::optional<PayloadWord> Decode(std::uint64_t bits);
 
   // The word in soft bits (`soft[i] > 0` reads bit 47 - i as 1; the magnitude is its
@@ -57,6 +58,7 @@ class PayloadCodec {
   // weigh at most kResemblanceShare of all the bits' weight. Meant for checking a word that is
   // already expected; pure noise resembles a given word about once in 2^40.
   static bool Resembles(const std::vector<double>& soft, const PayloadWord& word);
+
 
   // The time stamp a word's value stands for (the value read as a signed 32-bit count).
   static std::int32_t TimestampOf(const PayloadWord& word);

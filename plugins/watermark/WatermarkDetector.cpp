@@ -19,6 +19,11 @@ constexpr double kBoundaryTolerance = 0.25;
 constexpr int kMismatchesToUnlock = 2;
 // How many seconds before the pair that makes a lock are read again once the lock is known.
 constexpr std::int64_t kReadBackSeconds = 8;
+// Per frame, the bit channels' votes: the time word's bits, then the CID word's.
+constexpr std::size_t kBitChannels = 2 * PayloadCodec::kWordBits;
+// Seconds of votes that the CID word is read from: it never changes within a session, so a longer
+// sum reads it from weaker marks, at the cost of reading a new session's CID later.
+constexpr double kCidSeconds = 4.0;
 // Bit-sum signal-to-noise ratios that map to quality 0 (noise alone) and quality 1.
 constexpr double kNoiseSnr = 1.33;
 constexpr double kFullQualitySnr = 4.0;
@@ -30,6 +35,18 @@ constexpr double kVotePowerFloor = 2.0;
 constexpr double kScoreClipMedians = 3.0;
 // Frame rate assumed when the caller gives none.
 constexpr double kDefaultFrameRate = 25.0;
+
+// The word of kind `kind` in soft bits `sums`, when they decode to one.
+std::optional<PayloadWord> DecodeKind(const std::vector<double>& sums, WordKind kind) {
+  auto word = PayloadCodec::DecodeSoft(sums);
+  if (word && word->kind != kind) return std::nullopt;
+  return word;
+}
+
+// Adds `sign` times the votes from `votes[first]` on to `sums`, one to each.
+void AddVotes(std::vector<double>& sums, const std::vector<double>& votes, std::size_t first, double sign) {
+  for (std::size_t i = 0; i < sums.size(); ++i) sums[i] += sign * votes[first + i];
+}
 
 double Quality(const std::vector<double>& sums) {
   const double count = static_cast<double>(sums.size());
@@ -53,9 +70,11 @@ WatermarkDetector::WatermarkDetector(std::uint64_t seed, double frameRate)
       boundaryDrift_(frameRate_ == std::round(frameRate_) ? 0 : 1),
       presenceWindow_(static_cast<std::size_t>(
           std::max<long>(window_, std::lround(kPresenceSeconds * frameRate_)))),
+      cidWindow_(static_cast<std::size_t>(std::max<long>(window_, std::lround(kCidSeconds * frameRate_)))),
       windowsKept_(static_cast<std::size_t>((kMaxPairSeconds + kReadBackSeconds + 1) * window_ +
                                             confirmDelay_)),
-      bitSums_(PayloadCodec::kWordBits, 0.0) {}
+      timeSums_(PayloadCodec::kWordBits, 0.0),
+      cidSums_(PayloadCodec::kWordBits, 0.0) {}
 
 WatermarkDetector::~WatermarkDetector() = default;
 
@@ -102,7 +121,8 @@ void WatermarkDetector::Configure(int width, int height) {
   if (layout_ && layout_->Width() == width && layout_->Height() == height) return;
   layout_ = std::make_unique<WatermarkLayout>(seed_, width, height);
   history_.clear();
-  std::fill(bitSums_.begin(), bitSums_.end(), 0.0);
+  std::fill(timeSums_.begin(), timeSums_.end(), 0.0);
+  std::fill(cidSums_.begin(), cidSums_.end(), 0.0);
   syncSums_.assign(static_cast<std::size_t>(layout_->CellsOf(WatermarkLayout::kSyncChannel)), 0.0);
   cellPower_.assign(static_cast<std::size_t>(layout_->CellCount()), 0.0);
   windows_.clear();
@@ -111,9 +131,9 @@ void WatermarkDetector::Configure(int width, int height) {
 WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Frame& frame) {
   layout_->ProjectCells(frame.GetPlane(0), frame.GetPitch(0), cellAmplitudes_);
   FrameMeasure measure;
-  measure.bits.assign(PayloadCodec::kWordBits, 0.0);
+  measure.bits.assign(kBitChannels, 0.0);
   measure.syncVotes.reserve(syncSums_.size());
-  channelWeights_.assign(PayloadCodec::kWordBits, 0.0);
+  channelWeights_.assign(kBitChannels, 0.0);
   // Each bit cell's mean squared vote over about the last second sets its weight: cells whose votes
   // moving picture detail swings count for less, because the mark drowns there. Votes weigh alike
   // until a second has been seen.
@@ -131,7 +151,7 @@ WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Fram
     }
     cellPower_[index] += (vote * vote - cellPower_[index]) * rate;
     const double weight = weighted ? 1.0 / (kVotePowerFloor + cellPower_[index]) : 1.0;
-    const auto bit = static_cast<std::size_t>(channel - 1);
+    const auto bit = static_cast<std::size_t>(channel - WatermarkLayout::kFirstTimeChannel);
     measure.bits[bit] += weight * vote;
     channelWeights_[bit] += weight;
   }
@@ -140,26 +160,28 @@ WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Fram
 }
 
 void WatermarkDetector::Slide(FrameMeasure measure) {
-  for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] += measure.bits[bit];
-  for (std::size_t cell = 0; cell < syncSums_.size(); ++cell) syncSums_[cell] += measure.syncVotes[cell];
+  constexpr std::size_t kCidBits = PayloadCodec::kWordBits;
+  AddVotes(timeSums_, measure.bits, 0, 1.0);
+  AddVotes(cidSums_, measure.bits, kCidBits, 1.0);
+  AddVotes(syncSums_, measure.syncVotes, 0, 1.0);
   history_.push_back(std::move(measure));
-  const auto window = static_cast<std::size_t>(window_);
-  if (history_.size() > window) {
-    const FrameMeasure& leaving = history_[history_.size() - 1 - window];
-    for (std::size_t bit = 0; bit < bitSums_.size(); ++bit) bitSums_[bit] -= leaving.bits[bit];
+  // Each sum drops the frame that has just left its window.
+  const auto leaving = [this](std::size_t window) -> const FrameMeasure* {
+    return history_.size() > window ? &history_[history_.size() - 1 - window] : nullptr;
+  };
+  if (const FrameMeasure* old = leaving(static_cast<std::size_t>(window_))) {
+    AddVotes(timeSums_, old->bits, 0, -1.0);
   }
-  if (history_.size() > presenceWindow_) {
-    const FrameMeasure& oldest = history_.front();
-    for (std::size_t cell = 0; cell < syncSums_.size(); ++cell) syncSums_[cell] -= oldest.syncVotes[cell];
-    history_.pop_front();
-  }
+  if (const FrameMeasure* old = leaving(cidWindow_)) AddVotes(cidSums_, old->bits, kCidBits, -1.0);
+  if (const FrameMeasure* old = leaving(presenceWindow_)) AddVotes(syncSums_, old->syncVotes, 0, -1.0);
+  if (history_.size() > std::max(presenceWindow_, cidWindow_)) history_.pop_front();
 }
 
 std::optional<WatermarkDetector::Window> WatermarkDetector::FindSecondEnd() {
   if (history_.size() < static_cast<std::size_t>(window_)) return std::nullopt;
   double energy = 0.0;
-  for (double sum : bitSums_) energy += std::abs(sum);
-  windows_.push_back(Window{frameCount_, energy, bitSums_});
+  for (double sum : timeSums_) energy += std::abs(sum);
+  windows_.push_back(Window{frameCount_, energy, timeSums_});
   if (windows_.size() > windowsKept_) windows_.pop_front();
   // The candidate is the window confirmDelay_ frames back; it ends a second when no window of
   // the half second before it nor of the frames since has more energy.
@@ -207,7 +229,7 @@ const WatermarkDetector::Window* WatermarkDetector::SecondEndNear(std::int64_t e
 }
 
 void WatermarkDetector::DecodeWindow(const Window& window, DetectorReport& report) {
-  auto word = PayloadCodec::DecodeSoft(window.sums);
+  auto word = DecodeKind(window.sums, WordKind::Time);
   if (!word) word = ExpectedWordIn(window);
   if (!word) return;
   Confirm(DecodedWord{*word, window.endFrame, Quality(window.sums)}, report);
@@ -217,7 +239,7 @@ std::optional<PayloadWord> WatermarkDetector::ExpectedWordIn(const Window& windo
   if (!locked_) return std::nullopt;
   const std::int64_t seconds = SecondsSinceLock(window.endFrame);
   if (seconds < 1) return std::nullopt;
-  const PayloadWord expected = PayloadCodec::WordForSecond(lockCid_, lockTimestamp_ + seconds);
+  const PayloadWord expected = PayloadCodec::TimeWord(lockTimestamp_ + seconds);
   if (!PayloadCodec::Resembles(window.sums, expected)) return std::nullopt;
   return expected;
 }
@@ -236,9 +258,9 @@ void WatermarkDetector::Confirm(const DecodedWord& decoded, DetectorReport& repo
   }
   if (locked_) {
     const std::int64_t expected = lockTimestamp_ + SecondsSinceLock(decoded.endFrame);
-    const bool consistent = decoded.word.kind == WordKind::Cid
-                                ? decoded.word.value == lockCid_ && expected % 2 == 0
-                                : PayloadCodec::TimestampOf(decoded.word) == expected;
+    const auto cid = DecodeKind(cidSums_, WordKind::Cid);
+    const bool consistent =
+        PayloadCodec::TimestampOf(decoded.word) == expected && (!cid || cid->value == lockCid_);
     if (consistent) {
       mismatches_ = 0;
       Emit(lockCid_, expected, decoded, report);
@@ -256,6 +278,8 @@ void WatermarkDetector::Confirm(const DecodedWord& decoded, DetectorReport& repo
 }
 
 bool WatermarkDetector::PairUp(const DecodedWord& decoded, DetectorReport& report) {
+  const auto cid = DecodeKind(cidSums_, WordKind::Cid);
+  if (!cid) return false;
   for (auto earlier = unconfirmed_.rbegin(); earlier != unconfirmed_.rend(); ++earlier) {
     const std::int64_t frames = decoded.endFrame - earlier->endFrame;
     const std::int64_t seconds = std::llround(static_cast<double>(frames) / window_);
@@ -263,17 +287,11 @@ bool WatermarkDetector::PairUp(const DecodedWord& decoded, DetectorReport& repor
     if (seconds < 1 || seconds > kMaxPairSeconds || std::abs(frames - seconds * window_) > tolerance) {
       continue;
     }
-    if (earlier->word.kind == decoded.word.kind) continue;
-    const bool laterIsTime = decoded.word.kind == WordKind::Time;
-    const DecodedWord& time = laterIsTime ? decoded : *earlier;
-    const DecodedWord& cid = laterIsTime ? *earlier : decoded;
-    const std::int64_t cidTimestamp =
-        PayloadCodec::TimestampOf(time.word) + (laterIsTime ? -seconds : seconds);
-    if (cidTimestamp % 2 != 0) continue;
+    const std::int64_t firstTimestamp = PayloadCodec::TimestampOf(earlier->word);
+    if (PayloadCodec::TimestampOf(decoded.word) - firstTimestamp != seconds) continue;
     const DecodedWord first = *earlier;
-    const std::int64_t firstTimestamp = laterIsTime ? cidTimestamp : PayloadCodec::TimestampOf(time.word);
     locked_ = true;
-    lockCid_ = cid.word.value;
+    lockCid_ = cid->value;
     mismatches_ = 0;
     unconfirmed_.clear();
     ReportLockedSeconds(first, firstTimestamp, decoded, seconds, report);
@@ -301,7 +319,7 @@ std::optional<WatermarkDetector::DecodedWord> WatermarkDetector::ReadAgain(std::
   if (endFrame <= lockFrame_) return std::nullopt;
   const Window* window = SecondEndNear(endFrame);
   if (window == nullptr) return std::nullopt;
-  const PayloadWord expected = PayloadCodec::WordForSecond(lockCid_, timestamp);
+  const PayloadWord expected = PayloadCodec::TimeWord(timestamp);
   const auto word = PayloadCodec::DecodeSoft(window->sums);
   if (word ? !(*word == expected) : !PayloadCodec::Resembles(window->sums, expected)) return std::nullopt;
   return DecodedWord{expected, window->endFrame, Quality(window->sums)};

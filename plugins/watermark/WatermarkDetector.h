@@ -3,19 +3,21 @@
 // Every frame is reduced to one amplitude estimate per cell (the luma's correlation with the
 // cell's chip), clipped to kClipAmplitude so that strong picture structure cannot outvote the
 // mark. Over the last kPresenceSeconds the votes of each sync cell are summed, and the mean of
-// those sums over their standard error is the sync score; the bit channels' votes, each cell's
-// weighed by how little the picture makes it swing, are averaged per frame and summed over a
-// sliding one-second window. The second boundaries are found at any offset: a window whose bit sums
-// are larger than those of the windows ending in the half second before it and in the few frames
-// after it ends a second, because a window that straddles two words loses the bits in which they
-// differ. Each such window's signs are decoded and CRC-checked. A decoded second is reported only
-// once it agrees with another: a CID word and a time word whose distance in seconds matches their
-// time stamps, or the CID and time stamp the detector is already locked on. Once locked, the
-// detector knows where seconds end and what they carry: it also reads the windows there, accepts
-// a window that fails its CRC but plainly resembles the expected word, and on locking reads the
-// seconds before and between the pair that made the lock again. Presence is raised when the sync
-// score (over the last kPresenceSeconds, or the frames so far) or a reported second says a mark is
-// there, and dropped after kAbsenceSeconds without either.
+// those sums over their standard error is the sync score. The bit channels' votes, each cell's
+// weighed by how little the picture makes it swing, are averaged per frame; the time word's are
+// summed over a sliding one-second window, the CID word's over the last few seconds. The second
+// boundaries are found at any offset: a window whose time sums are larger than those of the
+// windows ending in the half second before it and in the few frames after it ends a second,
+// because a window that straddles two time words loses the bits in which they differ. Each such
+// window's signs are decoded and CRC-checked. A decoded time word is reported only once it agrees
+// with another and the CID word decodes: two time words whose distance in seconds matches their
+// time stamps, or the time stamp the detector is already locked on. Once locked, the detector
+// knows where seconds end and what they carry: it also reads the windows there, accepts a window
+// that fails its CRC but plainly resembles the expected time word, and on locking reads the
+// seconds before and between the pair that made the lock again. A CID word that decodes to
+// another CID counts against the lock. Presence is raised when the sync score (over the last
+// kPresenceSeconds, or the frames so far) or a reported second says a mark is there, and dropped
+// after kAbsenceSeconds without either.
 // Not thread-safe: one detector watches one stream, one frame at a time.
 #pragma once
 
@@ -78,7 +80,7 @@ class WatermarkDetector {
  private:
   struct FrameMeasure {
     std::vector<double> syncVotes;  // one per sync cell
-    std::vector<double> bits;
+    std::vector<double> bits;       // the time word's, then the CID word's
   };
   struct DecodedWord {
     PayloadWord word;
@@ -133,6 +135,7 @@ class WatermarkDetector {
   const int confirmDelay_;  // frames after a second's end before it is decided
   const int boundaryDrift_;  // frames a second's end may stray from a whole number of seconds
   const std::size_t presenceWindow_;  // frames of sync votes that presence is judged on
+  const std::size_t cidWindow_;  // frames of votes that the CID word is read from
   const std::size_t windowsKept_;  // far enough back to read the seconds before a new lock
 
   // Rebuilt when the picture size changes
@@ -141,10 +144,11 @@ class WatermarkDetector {
   std::vector<double> cellPower_;  // per cell: mean squared vote over about the last second
   std::vector<double> channelWeights_;  // per bit channel, this frame: the sum of its cells' weights
 
-  // The frame measures of the presence window; the bit sums of its last second, the sync sums of
-  // all of it
+  // The frame measures of the longer of the presence and CID windows, and the sums over each
+  // window: the time word's over the last second, the CID word's and the sync cells'
   std::deque<FrameMeasure> history_;
-  std::vector<double> bitSums_;
+  std::vector<double> timeSums_;
+  std::vector<double> cidSums_;
   std::vector<double> syncSums_;  // per sync cell
   // The windows ending at the last frames, oldest first
   std::deque<Window> windows_;

@@ -54,7 +54,7 @@ double WatermarkEmbedder::Embed(Framework::Frame& frame, const EmbedRequest& req
   const auto& format = frame.GetFormat();
   Configure(format.GetPlaneWidth(0), format.GetPlaneHeight(0));
   if (layout_->CellCount() == 0) return 0.0;
-  SetWord(request.cid, request.slotStart + SecondOf(request.frameIndex, request.frameRate));
+  SetWords(request.cid, request.slotStart + SecondOf(request.frameIndex, request.frameRate));
   MeasureAmplitudes(frame.GetPlane(0), frame.GetPitch(0));
   return AddChips(frame.GetPlane(0), frame.GetPitch(0));
 }
@@ -70,14 +70,20 @@ void WatermarkEmbedder::Configure(int width, int height) {
   hasWord_ = false;
 }
 
-void WatermarkEmbedder::SetWord(std::uint32_t cid, std::int64_t timestamp) {
+void WatermarkEmbedder::SetWords(std::uint32_t cid, std::int64_t timestamp) {
   if (hasWord_ && wordCid_ == cid && wordTimestamp_ == timestamp) return;
-  const std::uint64_t bits = PayloadCodec::Encode(PayloadCodec::WordForSecond(cid, timestamp));
+  const std::uint64_t timeBits = PayloadCodec::Encode(PayloadCodec::TimeWord(timestamp));
+  const std::uint64_t cidBits = PayloadCodec::Encode(PayloadCodec::CidWord(cid));
+  const auto bitValue = [](std::uint64_t bits, int index) {
+    return (bits >> (PayloadCodec::kWordBits - 1 - index)) & 1 ? 1 : -1;
+  };
   for (int cell = 0; cell < layout_->CellCount(); ++cell) {
     const int channel = layout_->Channel(cell);
     int value = 1;
-    if (channel != WatermarkLayout::kSyncChannel) {
-      value = (bits >> (PayloadCodec::kWordBits - channel)) & 1 ? 1 : -1;
+    if (channel >= WatermarkLayout::kFirstCidChannel) {
+      value = bitValue(cidBits, channel - WatermarkLayout::kFirstCidChannel);
+    } else if (channel >= WatermarkLayout::kFirstTimeChannel) {
+      value = bitValue(timeBits, channel - WatermarkLayout::kFirstTimeChannel);
     }
     cellValues_[static_cast<std::size_t>(cell)] =
         static_cast<std::int8_t>(value * layout_->Sign(cell));

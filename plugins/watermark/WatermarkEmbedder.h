@@ -1,8 +1,8 @@
 // Marks the luma of 8-bit planar frames with the payload of their second (see WatermarkLayout for
 // the chips, PayloadCodec for the words).
 //
-// Each frame of second s (s = floor(frame index / frame rate)) carries the sync chips and the word
-// for time stamp slot start + s. The chip amplitude of a cell follows the cell's texture
+// Each frame of second s (s = floor(frame index / frame rate)) carries the sync chips, the CID word
+// and the time word of time stamp slot start + s. The chip amplitude of a cell follows the cell's texture
 // (perceptual masking): peak amplitude = GlobalDepth * (1 + kTextureGain * activity), capped at
 // MaxLocalDepth luma levels, where activity is the cell's mean absolute difference between the
 // means of neighbouring 4x4 blocks (texture at the chips' scale; pixel grain hardly counts). The
@@ -11,10 +11,10 @@
 // picture; the sum stays within MaxLocalDepth. Masking may lift a cell above GlobalDepth only while
 // the frame's planned mean squared change (of the samples rounded as they will be) stays within
 // kPsnrBudget: in heavily textured pictures the largest amplitudes are trimmed to one common
-// ceiling (for a given energy, equal amplitudes give the detector the largest correlation). Marked samples are kept inside the legal luma range
-// 16..235 (a sample already outside it is never pushed further out). The keyed layout is computed
-// once per picture size; a frame costs three passes over its luma: block sums, the projection on
-// the chips, and adding the chips.
+// ceiling (for a given energy, equal amplitudes give the detector the largest correlation).
+// Marked samples are kept inside the legal luma range 16..235 (a sample already outside it is
+// never pushed further out). The keyed layout is computed once per picture size; a frame costs
+// three passes over its luma: block sums, the projection on the chips, and adding the chips.
 // Not thread-safe: one embedder serves one stream, one frame at a time.
 #pragma once
 
@@ -65,7 +65,7 @@ class WatermarkEmbedder {
 
  private:
   void Configure(int width, int height);
-  void SetWord(std::uint32_t cid, std::int64_t timestamp);
+  void SetWords(std::uint32_t cid, std::int64_t timestamp);
   void MeasureAmplitudes(const std::uint8_t* luma, int pitch);
   void MeasureTexture(const std::uint8_t* luma, int pitch);
   // Trims the largest amplitudes, down to GlobalDepth at most, until the frame fits kPsnrBudget.
@@ -82,7 +82,7 @@ class WatermarkEmbedder {
   // Rebuilt when the picture size changes
   std::unique_ptr<WatermarkLayout> layout_;
 
-  // The word being marked, and each cell's chip sign times its channel's value for it
+  // The words being marked, and each cell's chip sign times its channel's value for them
   bool hasWord_ = false;
   std::uint32_t wordCid_ = 0;
   std::int64_t wordTimestamp_ = 0;

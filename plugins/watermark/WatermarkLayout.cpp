@@ -3,13 +3,11 @@
 #include <cmath>
 #include <utility>
 
-#include "PayloadCodec.h"
-
 namespace Lumenseal {
 namespace {
 
-constexpr int kChannelCount = 1 + PayloadCodec::kWordBits;
-constexpr int kRoundSlots = WatermarkLayout::kSyncShare + PayloadCodec::kWordBits;
+constexpr int kTimeSlots = WatermarkLayout::kTimeShare * PayloadCodec::kWordBits;
+constexpr int kRoundSlots = WatermarkLayout::kSyncShare + kTimeSlots + PayloadCodec::kWordBits;
 constexpr int kCellsPerPictureHeight = 34;
 constexpr int kCellGranule = 8;
 constexpr double kPi = 3.14159265358979323846;
@@ -35,8 +33,10 @@ class KeyedSequence {
 };
 
 int ChannelOfSlot(int slot) {
-  return slot < WatermarkLayout::kSyncShare ? WatermarkLayout::kSyncChannel
-                                            : 1 + slot - WatermarkLayout::kSyncShare;
+  if (slot < WatermarkLayout::kSyncShare) return WatermarkLayout::kSyncChannel;
+  slot -= WatermarkLayout::kSyncShare;
+  if (slot < kTimeSlots) return WatermarkLayout::kFirstTimeChannel + slot / WatermarkLayout::kTimeShare;
+  return WatermarkLayout::kFirstCidChannel + slot - kTimeSlots;
 }
 
 }  // namespace

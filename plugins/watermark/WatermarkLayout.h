@@ -4,23 +4,32 @@
 // height, so the pattern has the same coarseness at every resolution). Each whole cell carries one
 // chip: the smooth, zero-mean shape sin(2 pi x / C) * sin(2 pi y / C) over the cell, times a keyed
 // sign, times the cell's channel value. Channel 0 is the sync channel (always +1); channels 1..48
-// carry the bits of the second's payload word. Cells are dealt to channels by a keyed shuffle in
-// rounds of kSyncShare + 48 slots, so every bit gets the same number of cells spread over the
-// whole picture. The chip is orthogonal to anything that depends on x alone or y alone (flat
-// areas, horizontal and vertical edges, gradients), which keeps the picture out of the detector's
-// correlations. Cells past the last whole column or row stay unmarked.
+// carry the bits of the second's time word, channels 49..96 those of the CID word. Cells are
+// dealt to channels by a keyed shuffle in rounds of kSyncShare sync slots, kTimeShare slots per
+// time bit and one per CID bit, so every bit of a word gets the same number of cells spread over
+// the whole picture. A time bit has kTimeShare times the cells of a CID bit because it must be
+// read from one second, while the CID, which never changes, builds up over several. The chip is
+// orthogonal to anything that depends on x alone or y alone (flat areas, horizontal and vertical
+// edges, gradients), which keeps the picture out of the detector's correlations. Cells past the
+// last whole column or row stay unmarked.
 // Constant after construction; safe to share between threads.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
+#include "PayloadCodec.h"
+
 namespace Lumenseal {
 
 class WatermarkLayout {
  public:
   static constexpr int kSyncChannel = 0;
-  static constexpr int kSyncShare = 8;  // slots of the sync channel in each round of cells
+  static constexpr int kFirstTimeChannel = 1;  // channel of time word bit 47; bit 0 is 48
+  static constexpr int kFirstCidChannel = kFirstTimeChannel + PayloadCodec::kWordBits;
+  static constexpr int kChannelCount = kFirstCidChannel + PayloadCodec::kWordBits;
+  static constexpr int kSyncShare = 24;  // slots of the sync channel in each round of cells
+  static constexpr int kTimeShare = 2;   // slots of each time bit in each round of cells
   static constexpr int kShapeScaleBits = 14;  // shape samples are sin() * 2^14
 
   // The layout of `seed` for a `width` x `height` luma plane.
@@ -33,7 +42,8 @@ class WatermarkLayout {
   int Rows() const { return rows_; }
   int CellCount() const { return columns_ * rows_; }
 
-  // Channel of cell `cell` (row-major): kSyncChannel, or 1 + the bit index (0 = word bit 47).
+  // Channel of cell `cell` (row-major): kSyncChannel, or the first time or CID channel plus the
+  // bit's index in its word (0 = word bit 47).
   int Channel(int cell) const { return channels_[cell]; }
   // Keyed sign of the chip in cell `cell`: +1 or -1.
   int Sign(int cell) const { return signs_[cell]; }
