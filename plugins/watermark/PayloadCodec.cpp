@@ -71,7 +71,11 @@ std::optional<PayloadWord> PayloadCodec::DecodeSoft(const std::vector<double>& s
 }
 
 bool PayloadCodec::Resembles(const std::vector<double>& soft, const PayloadWord& word) {
-  if (soft.size() != static_cast<std::size_t>(kWordBits)) return false;
+  return DisagreeingShare(soft, word) <= kResemblanceShare;
+}
+
+double PayloadCodec::DisagreeingShare(const std::vector<double>& soft, const PayloadWord& word) {
+  if (soft.size() != static_cast<std::size_t>(kWordBits)) return 1.0;
   const std::uint64_t bits = Encode(word);
   double total = 0.0;
   double disagreeing = 0.0;
@@ -80,7 +84,7 @@ bool PayloadCodec::Resembles(const std::vector<double>& soft, const PayloadWord&
     total += std::abs(soft[i]);
     if (one != (soft[i] > 0.0)) disagreeing += std::abs(soft[i]);
   }
-  return total > 0.0 && disagreeing <= kResemblanceShare * total;
+  return total > 0.0 ? disagreeing / total : 1.0;
 }
 
 std::int32_t PayloadCodec::TimestampOf(const PayloadWord& word) {

@@ -59,6 +59,9 @@ class PayloadCodec {
   // already expected; pure noise resembles a given word about once in 2^40.
   static bool Resembles(const std::vector<double>& soft, const PayloadWord& word);
 
+  // The share of soft bits' total weight carried by the bits that disagree with `word` (1 when
+  // the soft bits are not a word's or weigh nothing).
+  static double DisagreeingShare(const std::vector<double>& soft, const PayloadWord& word);
 
   // The time stamp a word's value stands for (the value read as a signed 32-bit count).
   static std::int32_t TimestampOf(const PayloadWord& word);

@@ -21,6 +21,12 @@ constexpr int kMismatchesToUnlock = 2;
 constexpr std::int64_t kReadBackSeconds = 8;
 // Per frame, the bit channels' votes: the time word's bits, then the CID word's.
 constexpr std::size_t kBitChannels = 2 * PayloadCodec::kWordBits;
+// A window that the lock expects to carry a time word, and whose own bits disagree with it by at
+// most this share of their weight, is read together with the windows of this many seconds before.
+// From one second to the next a time word keeps most of its bits, so the earlier windows add to
+// them; the bits that change are read from the window alone.
+constexpr double kCloseShare = 0.15;
+constexpr std::int64_t kSharedBitSeconds = 3;
 // Seconds of votes that the CID word is read from: it never changes within a session, so a longer
 // sum reads it from weaker marks, at the cost of reading a new session's CID later.
 constexpr double kCidSeconds = 4.0;
@@ -239,9 +245,34 @@ std::optional<PayloadWord> WatermarkDetector::ExpectedWordIn(const Window& windo
   if (!locked_) return std::nullopt;
   const std::int64_t seconds = SecondsSinceLock(window.endFrame);
   if (seconds < 1) return std::nullopt;
-  const PayloadWord expected = PayloadCodec::TimeWord(lockTimestamp_ + seconds);
-  if (!PayloadCodec::Resembles(window.sums, expected)) return std::nullopt;
-  return expected;
+  const std::int64_t timestamp = lockTimestamp_ + seconds;
+  if (!PayloadCodec::Resembles(window.sums, PayloadCodec::TimeWord(timestamp))) {
+    // Off the expected second's end a window mixes two words; it only counts if it reads alone.
+    const std::int64_t expectedEnd = lockFrame_ + std::llround(static_cast<double>(seconds) * frameRate_);
+    if (std::abs(window.endFrame - expectedEnd) > boundaryDrift_) return std::nullopt;
+    if (!ReadsAsLockedTime(window, timestamp)) return std::nullopt;
+  }
+  return PayloadCodec::TimeWord(timestamp);
+}
+
+bool WatermarkDetector::ReadsAsLockedTime(const Window& window, std::int64_t timestamp) const {
+  const PayloadWord expected = PayloadCodec::TimeWord(timestamp);
+  const double share = PayloadCodec::DisagreeingShare(window.sums, expected);
+  if (share <= PayloadCodec::kResemblanceShare) return true;
+  if (share > kCloseShare) return false;
+  std::vector<double> combined = window.sums;
+  const std::uint64_t bits = PayloadCodec::Encode(expected);
+  for (std::int64_t back = 1; back <= kSharedBitSeconds; ++back) {
+    const Window* earlier = SecondEndNear(window.endFrame - std::llround(static_cast<double>(back) * frameRate_));
+    if (earlier == nullptr) break;
+    const std::uint64_t shared = ~(bits ^ PayloadCodec::Encode(PayloadCodec::TimeWord(timestamp - back)));
+    for (int bit = 0; bit < PayloadCodec::kWordBits; ++bit) {
+      if ((shared >> (PayloadCodec::kWordBits - 1 - bit)) & 1u) {
+        combined[static_cast<std::size_t>(bit)] += earlier->sums[static_cast<std::size_t>(bit)];
+      }
+    }
+  }
+  return PayloadCodec::Resembles(combined, expected);
 }
 
 std::int64_t WatermarkDetector::SecondsSinceLock(std::int64_t endFrame) const {
@@ -321,7 +352,7 @@ std::optional<WatermarkDetector::DecodedWord> WatermarkDetector::ReadAgain(std::
   if (window == nullptr) return std::nullopt;
   const PayloadWord expected = PayloadCodec::TimeWord(timestamp);
   const auto word = PayloadCodec::DecodeSoft(window->sums);
-  if (word ? !(*word == expected) : !PayloadCodec::Resembles(window->sums, expected)) return std::nullopt;
+  if (word ? !(*word == expected) : !ReadsAsLockedTime(*window, timestamp)) return std::nullopt;
   return DecodedWord{expected, window->endFrame, Quality(window->sums)};
 }
 

@@ -109,8 +109,12 @@ class WatermarkDetector {
   // The kept window that ends a second at `endFrame`, give or take the drift; null when none is kept.
   const Window* SecondEndNear(std::int64_t endFrame) const;
   void DecodeWindow(const Window& window, DetectorReport& report);
-  // The word the lock expects in `window`, when the window's bits resemble it.
+  // The word the lock expects in `window`, when the window's bits read as it.
   std::optional<PayloadWord> ExpectedWordIn(const Window& window) const;
+  // Whether `window`, ending where the lock expects a second to end, reads as the time word of
+  // `timestamp`: it resembles the word on its own or, when it is close, together with the windows
+  // of the seconds before it on the bits their words share with this one.
+  bool ReadsAsLockedTime(const Window& window, std::int64_t timestamp) const;
   // Whole seconds from the last reported second's end to `endFrame`.
   std::int64_t SecondsSinceLock(std::int64_t endFrame) const;
   void Confirm(const DecodedWord& decoded, DetectorReport& report);

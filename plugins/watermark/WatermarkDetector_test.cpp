@@ -235,6 +235,11 @@ TEST(WatermarkDetector, ReadsDamagedSecondsAsTheLockExpectsThem) {
     EXPECT_EQ(SlotSeconds(0, 6), Timestamps(seen));
     EXPECT_TRUE(AllShow(seen, kCid));
   }
+  {
+    SCOPED_TRACE("eight faint wrong bits, too many to resemble the word alone, read with the seconds before");
+    const Seen seen = Detect(DamagedFlatClip(8, {4}, 8), kSeed);
+    EXPECT_EQ(SlotSeconds(0, 6), Timestamps(seen));
+  }
   const auto expectReadAgainInOrder = [](const Seen& seen, std::int64_t lastSecond, double lockedAt) {
     EXPECT_EQ(SlotSeconds(0, lastSecond), Timestamps(seen));
     EXPECT_TRUE(AllShow(seen, kCid));
