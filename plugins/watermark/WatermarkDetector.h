@@ -13,11 +13,12 @@
 // with another and the CID word decodes: two time words whose distance in seconds matches their
 // time stamps, or the time stamp the detector is already locked on. Once locked, the detector
 // knows where seconds end and what they carry: it also reads the windows there, accepts a window
-// that fails its CRC but plainly resembles the expected time word, and on locking reads the
-// seconds before and between the pair that made the lock again. A CID word that decodes to
-// another CID counts against the lock. Presence is raised when the sync score (over the last
-// kPresenceSeconds, or the frames so far) or a reported second says a mark is there, and dropped
-// after kAbsenceSeconds without either.
+// that fails its CRC but plainly resembles the expected time word, alone or summed with the
+// seconds before it on the bits their words share, and on locking reads the seconds before and
+// between the pair that made the lock again. A CID word that decodes to another CID counts
+// against the lock. Presence is raised when the sync score (over the last kPresenceSeconds, or the
+// frames so far) or a reported second says a mark is there, and dropped after kAbsenceSeconds
+// without either.
 // Not thread-safe: one detector watches one stream, one frame at a time.
 #pragma once
 
