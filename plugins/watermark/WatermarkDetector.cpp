@@ -347,7 +347,9 @@ void WatermarkDetector::ReportLockedSeconds(const DecodedWord& first, std::int64
 
 std::optional<WatermarkDetector::DecodedWord> WatermarkDetector::ReadAgain(std::int64_t endFrame,
                                                                            std::int64_t timestamp) const {
-  if (endFrame <= lockFrame_) return std::nullopt;
+  // A window ending less than half a second after the last reported second is that second again,
+  // seen at the phase of a lock made since.
+  if (endFrame <= lockFrame_ + window_ / 2) return std::nullopt;
   const Window* window = SecondEndNear(endFrame);
   if (window == nullptr) return std::nullopt;
   const PayloadWord expected = PayloadCodec::TimeWord(timestamp);

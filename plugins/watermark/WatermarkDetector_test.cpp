@@ -77,10 +77,12 @@ void ReverseBitsFaintly(Framework::Frame& frame, const WatermarkLayout& layout, 
   }
 }
 
-// A flat grey 640x360 25 fps clip, marked from its first frame as strong as `strength` says; each
-// frame is then handed to `afterMarking` with the second it belongs to.
+// A flat grey 640x360 25 fps clip, marked from its first frame as strong as `strength` says, frame
+// i as frame markedAs(i) of the session (by default i itself); each frame is then handed to
+// `afterMarking` with the second it belongs to.
 Clip FlatMarkedClip(int seconds, EmbedderStrength strength,
-                    const std::function<void(Framework::Frame&, std::int64_t second)>& afterMarking) {
+                    const std::function<void(Framework::Frame&, std::int64_t second)>& afterMarking,
+                    const std::function<std::uint64_t(std::uint64_t)>& markedAs = {}) {
   Clip clip{25.0, {}};
   const Framework::VideoFormatInfo format(Framework::PixelLayout::Yuv420P8, 640, 360, clip.frameRate);
   WatermarkEmbedder embedder(kSeed, strength);
@@ -92,7 +94,7 @@ Clip FlatMarkedClip(int seconds, EmbedderStrength strength,
       std::fill_n(frame.GetPlane(plane), bytes, static_cast<std::uint8_t>(kGrey));
     }
     EmbedRequest request;
-    request.frameIndex = index;
+    request.frameIndex = markedAs ? markedAs(index) : index;
     request.frameRate = clip.frameRate;
     request.cid = kCid;
     request.slotStart = kSlotStart;
@@ -261,6 +263,24 @@ TEST(WatermarkDetector, ReadsDamagedSecondsAsTheLockExpectsThem) {
     SCOPED_TRACE("damaged seconds with nothing to lock on to");
     EXPECT_TRUE(Detect(DamagedFlatClip(4, {0, 1, 2, 3}), kSeed).detections.empty());
   }
+}
+
+TEST(WatermarkDetector, ReportsNoSecondTwiceWhenTheLockIsMadeAgain) {
+  // An encoder may leave a picture as it was: seconds 4 and 5 still show second 3, which breaks the
+  // lock. The stream then goes on four frames later, so the new lock ends its seconds elsewhere,
+  // and reading back from it finds second 3 once more.
+  const Clip clip = FlatMarkedClip(
+      12, EmbedderStrength{2.0, 2}, [](Framework::Frame&, std::int64_t) {},
+      [](std::uint64_t index) -> std::uint64_t {
+        if (index < 100) return index;
+        return index < 150 ? 99 : index - 4;
+      });
+  const Seen seen = Detect(clip, kSeed);
+  const std::vector<std::int64_t> timestamps = Timestamps(seen);
+  ASSERT_FALSE(timestamps.empty());
+  EXPECT_EQ(kSlotStart, timestamps.front());
+  EXPECT_TRUE(std::is_sorted(timestamps.begin(), timestamps.end()));
+  EXPECT_EQ(timestamps.end(), std::adjacent_find(timestamps.begin(), timestamps.end()));
 }
 
 TEST(WatermarkDetector, ReadsTheMarkFromTheCellsThePictureLeavesCalm) {
