@@ -107,6 +107,10 @@ double WatermarkDetector::SyncScore() const {
   return mean / std::sqrt(variance / cells);
 }
 
+std::int64_t WatermarkDetector::SecondsLater(std::int64_t frame, std::int64_t seconds) const {
+  return frame + std::llround(static_cast<double>(seconds) * frameRate_);
+}
+
 double WatermarkDetector::MediaTime(std::int64_t frame) const {
   return static_cast<double>(frame) / frameRate_;
 }
@@ -215,7 +219,7 @@ bool WatermarkDetector::IsExpectedSecondEnd(std::size_t at) const {
   const std::int64_t endFrame = windows_[at].endFrame;
   const std::int64_t seconds = SecondsSinceLock(endFrame);
   if (seconds < 1) return false;
-  return EndsSecondNear(at, lockFrame_ + std::llround(static_cast<double>(seconds) * frameRate_));
+  return EndsSecondNear(at, SecondsLater(lockFrame_, seconds));
 }
 
 bool WatermarkDetector::EndsSecondNear(std::size_t at, std::int64_t endFrame) const {
@@ -248,7 +252,7 @@ std::optional<PayloadWord> WatermarkDetector::ExpectedWordIn(const Window& windo
   const std::int64_t timestamp = lockTimestamp_ + seconds;
   if (!PayloadCodec::Resembles(window.sums, PayloadCodec::TimeWord(timestamp))) {
     // Off the expected second's end a window mixes two words; it only counts if it reads alone.
-    const std::int64_t expectedEnd = lockFrame_ + std::llround(static_cast<double>(seconds) * frameRate_);
+    const std::int64_t expectedEnd = SecondsLater(lockFrame_, seconds);
     if (std::abs(window.endFrame - expectedEnd) > boundaryDrift_) return std::nullopt;
     if (!ReadsAsLockedTime(window, timestamp)) return std::nullopt;
   }
@@ -263,7 +267,7 @@ bool WatermarkDetector::ReadsAsLockedTime(const Window& window, std::int64_t tim
   std::vector<double> combined = window.sums;
   const std::uint64_t bits = PayloadCodec::Encode(expected);
   for (std::int64_t back = 1; back <= kSharedBitSeconds; ++back) {
-    const Window* earlier = SecondEndNear(window.endFrame - std::llround(static_cast<double>(back) * frameRate_));
+    const Window* earlier = SecondEndNear(SecondsLater(window.endFrame, -back));
     if (earlier == nullptr) break;
     const std::uint64_t shared = ~(bits ^ PayloadCodec::Encode(PayloadCodec::TimeWord(timestamp - back)));
     for (int bit = 0; bit < PayloadCodec::kWordBits; ++bit) {
@@ -311,6 +315,7 @@ void WatermarkDetector::Confirm(const DecodedWord& decoded, DetectorReport& repo
 bool WatermarkDetector::PairUp(const DecodedWord& decoded, DetectorReport& report) {
   const auto cid = DecodeKind(cidSums_, WordKind::Cid);
   if (!cid) return false;
+  const std::int64_t timestamp = PayloadCodec::TimestampOf(decoded.word);
   for (auto earlier = unconfirmed_.rbegin(); earlier != unconfirmed_.rend(); ++earlier) {
     const std::int64_t frames = decoded.endFrame - earlier->endFrame;
     const std::int64_t seconds = std::llround(static_cast<double>(frames) / window_);
@@ -318,17 +323,30 @@ bool WatermarkDetector::PairUp(const DecodedWord& decoded, DetectorReport& repor
     if (seconds < 1 || seconds > kMaxPairSeconds || std::abs(frames - seconds * window_) > tolerance) {
       continue;
     }
-    const std::int64_t firstTimestamp = PayloadCodec::TimestampOf(earlier->word);
-    if (PayloadCodec::TimestampOf(decoded.word) - firstTimestamp != seconds) continue;
-    const DecodedWord first = *earlier;
-    locked_ = true;
-    lockCid_ = cid->value;
-    mismatches_ = 0;
-    unconfirmed_.clear();
-    ReportLockedSeconds(first, firstTimestamp, decoded, seconds, report);
+    if (timestamp - PayloadCodec::TimestampOf(earlier->word) != seconds) continue;
+    Lock(cid->value, DecodedWord(*earlier), decoded, seconds, report);
+    return true;
+  }
+  // A weak mark may decode only now and then: a window of the seconds just before that reads as
+  // the word it must have carried is a partner too.
+  for (std::int64_t seconds = 1; seconds <= kMaxPairSeconds; ++seconds) {
+    const Window* window = SecondEndNear(SecondsLater(decoded.endFrame, -seconds));
+    if (window == nullptr || window->endFrame <= lockFrame_ + window_ / 2) continue;
+    if (!ReadsAsLockedTime(*window, timestamp - seconds)) continue;
+    const PayloadWord word = PayloadCodec::TimeWord(timestamp - seconds);
+    Lock(cid->value, DecodedWord{word, window->endFrame, Quality(window->sums)}, decoded, seconds, report);
     return true;
   }
   return false;
+}
+
+void WatermarkDetector::Lock(std::uint32_t cid, const DecodedWord& first, const DecodedWord& last,
+                             std::int64_t seconds, DetectorReport& report) {
+  locked_ = true;
+  lockCid_ = cid;
+  mismatches_ = 0;
+  unconfirmed_.clear();
+  ReportLockedSeconds(first, PayloadCodec::TimestampOf(first.word), last, seconds, report);
 }
 
 void WatermarkDetector::ReportLockedSeconds(const DecodedWord& first, std::int64_t firstTimestamp,
@@ -340,7 +358,7 @@ void WatermarkDetector::ReportLockedSeconds(const DecodedWord& first, std::int64
       Emit(lockCid_, timestamp, offset == 0 ? first : last, report);
       continue;
     }
-    const std::int64_t endFrame = first.endFrame + std::llround(static_cast<double>(offset) * frameRate_);
+    const std::int64_t endFrame = SecondsLater(first.endFrame, offset);
     if (const auto again = ReadAgain(endFrame, timestamp)) Emit(lockCid_, timestamp, *again, report);
   }
 }

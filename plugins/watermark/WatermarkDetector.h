@@ -11,7 +11,8 @@
 // because a window that straddles two time words loses the bits in which they differ. Each such
 // window's signs are decoded and CRC-checked. A decoded time word is reported only once it agrees
 // with another and the CID word decodes: two time words whose distance in seconds matches their
-// time stamps, or the time stamp the detector is already locked on. Once locked, the detector
+// time stamps, a window of the seconds just before that reads as the word it must have carried,
+// or the time stamp the detector is already locked on. Once locked, the detector
 // knows where seconds end and what they carry: it also reads the windows there, accepts a window
 // that fails its CRC but plainly resembles the expected time word, alone or summed with the
 // seconds before it on the bits their words share, and on locking reads the seconds before and
@@ -112,14 +113,18 @@ class WatermarkDetector {
   void DecodeWindow(const Window& window, DetectorReport& report);
   // The word the lock expects in `window`, when the window's bits read as it.
   std::optional<PayloadWord> ExpectedWordIn(const Window& window) const;
-  // Whether `window`, ending where the lock expects a second to end, reads as the time word of
-  // `timestamp`: it resembles the word on its own or, when it is close, together with the windows
-  // of the seconds before it on the bits their words share with this one.
+  // Whether `window`, ending where a second ends, reads as the time word of `timestamp`: it
+  // resembles the word on its own or, when it is close, together with the windows of the seconds
+  // before it on the bits their words share with this one.
   bool ReadsAsLockedTime(const Window& window, std::int64_t timestamp) const;
   // Whole seconds from the last reported second's end to `endFrame`.
   std::int64_t SecondsSinceLock(std::int64_t endFrame) const;
   void Confirm(const DecodedWord& decoded, DetectorReport& report);
   bool PairUp(const DecodedWord& decoded, DetectorReport& report);
+  // Locks on content `cid` from the time words `first` and `last`, `seconds` apart, and reports
+  // what the lock reads.
+  void Lock(std::uint32_t cid, const DecodedWord& first, const DecodedWord& last, std::int64_t seconds,
+            DetectorReport& report);
   // Once the words `first` and `last`, `seconds` apart, have made a lock, reports them, oldest
   // first, together with the seconds before and between them that read as the lock expects: a
   // stream that was hard to lock on to is not missing its first seconds.
@@ -132,6 +137,8 @@ class WatermarkDetector {
             DetectorReport& report);
   void UpdatePresence(bool confirmed, DetectorReport& report);
   double MediaTime(std::int64_t frame) const;
+  // The frame `seconds` (possibly negative) whole seconds after `frame`.
+  std::int64_t SecondsLater(std::int64_t frame, std::int64_t seconds) const;
 
   // Constant after construction
   const std::uint64_t seed_;

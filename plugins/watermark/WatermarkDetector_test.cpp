@@ -242,22 +242,29 @@ TEST(WatermarkDetector, ReadsDamagedSecondsAsTheLockExpectsThem) {
     const Seen seen = Detect(DamagedFlatClip(8, {4}, 8), kSeed);
     EXPECT_EQ(SlotSeconds(0, 6), Timestamps(seen));
   }
-  const auto expectReadAgainInOrder = [](const Seen& seen, std::int64_t lastSecond, double lockedAt) {
-    EXPECT_EQ(SlotSeconds(0, lastSecond), Timestamps(seen));
+  // Seconds `first` to `last` are reported in order, all once the lock is made at `lockedAt`.
+  const auto expectReadAgainInOrder = [](const Seen& seen, std::int64_t first, std::int64_t last,
+                                         double lockedAt) {
+    EXPECT_EQ(SlotSeconds(first, last), Timestamps(seen));
     EXPECT_TRUE(AllShow(seen, kCid));
     ASSERT_FALSE(seen.reportedAt.empty());
     EXPECT_GT(seen.reportedAt.front(), lockedAt) << "read again once the lock was made";
-    for (std::size_t second = 0; second < seen.detections.size(); ++second) {
-      EXPECT_NEAR(static_cast<double>(second), seen.detections[second].mediaTime, 1e-9);
+    EXPECT_LT(seen.reportedAt.front(), lockedAt + 1.0);
+    for (std::size_t i = 0; i < seen.detections.size(); ++i) {
+      EXPECT_NEAR(static_cast<double>(first) + static_cast<double>(i), seen.detections[i].mediaTime, 1e-9);
     }
   };
   {
-    SCOPED_TRACE("six damaged seconds before the first pair that locks (seconds 6 and 7)");
-    expectReadAgainInOrder(Detect(DamagedFlatClip(10, {0, 1, 2, 3, 4, 5}), kSeed), 8, 7.0);
+    SCOPED_TRACE("six damaged seconds before the first clean one (6), which locks with the one before it");
+    expectReadAgainInOrder(Detect(DamagedFlatClip(10, {0, 1, 2, 3, 4, 5}), kSeed), 0, 8, 7.0);
   }
   {
-    SCOPED_TRACE("damaged seconds between the words of the pair that locks (seconds 2 and 5)");
-    expectReadAgainInOrder(Detect(DamagedFlatClip(8, {0, 1, 3, 4}), kSeed), 6, 6.0);
+    SCOPED_TRACE("a lone clean second (2) locks with the damaged one before it");
+    expectReadAgainInOrder(Detect(DamagedFlatClip(8, {0, 1, 3, 4}), kSeed), 0, 6, 3.0);
+  }
+  {
+    SCOPED_TRACE("seconds too damaged to lock with, between the words of the pair that locks (2 and 5)");
+    expectReadAgainInOrder(Detect(DamagedFlatClip(8, {0, 1, 3, 4}, 8), kSeed), 2, 6, 6.0);
   }
   {
     SCOPED_TRACE("damaged seconds with nothing to lock on to");
