@@ -34,8 +34,8 @@ constexpr double kCidSeconds = 4.0;
 constexpr double kNoiseSnr = 1.33;
 constexpr double kFullQualitySnr = 4.0;
 constexpr double kMinimumVariance = 1e-12;
-// A bit cell's vote weighs 1 / (this + its mean squared vote): flat cells, where the mark stands
-// alone, weigh up to 9 times as much as cells whose votes swing to the clip amplitude.
+// A cell's vote weighs 1 / (this + its mean squared vote): flat cells, where the mark stands alone,
+// weigh up to 9 times as much as cells whose votes swing to the clip amplitude.
 constexpr double kVotePowerFloor = 2.0;
 // Sync sums beyond this many times their median size are clipped before scoring.
 constexpr double kScoreClipMedians = 3.0;
@@ -144,7 +144,7 @@ WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Fram
   measure.bits.assign(kBitChannels, 0.0);
   measure.syncVotes.reserve(syncSums_.size());
   channelWeights_.assign(kBitChannels, 0.0);
-  // Each bit cell's mean squared vote over about the last second sets its weight: cells whose votes
+  // Each cell's mean squared vote over about the last second sets its weight: cells whose votes
   // moving picture detail swings count for less, because the mark drowns there. Votes weigh alike
   // until a second has been seen.
   const auto seen = static_cast<std::int64_t>(history_.size());
@@ -155,12 +155,12 @@ WatermarkDetector::FrameMeasure WatermarkDetector::Measure(const Framework::Fram
     const double amplitude = std::clamp(cellAmplitudes_[index], -kClipAmplitude, kClipAmplitude);
     const double vote = layout_->Sign(cell) * amplitude;
     const int channel = layout_->Channel(cell);
-    if (channel == WatermarkLayout::kSyncChannel) {
-      measure.syncVotes.push_back(vote);
-      continue;
-    }
     cellPower_[index] += (vote * vote - cellPower_[index]) * rate;
     const double weight = weighted ? 1.0 / (kVotePowerFloor + cellPower_[index]) : 1.0;
+    if (channel == WatermarkLayout::kSyncChannel) {
+      measure.syncVotes.push_back(weight * vote);
+      continue;
+    }
     const auto bit = static_cast<std::size_t>(channel - WatermarkLayout::kFirstTimeChannel);
     measure.bits[bit] += weight * vote;
     channelWeights_[bit] += weight;

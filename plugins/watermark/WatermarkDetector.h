@@ -1,25 +1,24 @@
 // Finds the watermark of one seed in a stream of 8-bit planar frames and reads its payload.
 //
-// Every frame is reduced to one amplitude estimate per cell (the luma's correlation with the
-// cell's chip), clipped to kClipAmplitude so that strong picture structure cannot outvote the
-// mark. Over the last kPresenceSeconds the votes of each sync cell are summed, and the mean of
-// those sums over their standard error is the sync score. The bit channels' votes, each cell's
-// weighed by how little the picture makes it swing, are averaged per frame; the time word's are
-// summed over a sliding one-second window, the CID word's over the last few seconds. The second
-// boundaries are found at any offset: a window whose time sums are larger than those of the
-// windows ending in the half second before it and in the few frames after it ends a second,
-// because a window that straddles two time words loses the bits in which they differ. Each such
-// window's signs are decoded and CRC-checked. A decoded time word is reported only once it agrees
-// with another and the CID word decodes: two time words whose distance in seconds matches their
-// time stamps, a window of the seconds just before that reads as the word it must have carried,
-// or the time stamp the detector is already locked on. Once locked, the detector
-// knows where seconds end and what they carry: it also reads the windows there, accepts a window
-// that fails its CRC but plainly resembles the expected time word, alone or summed with the
-// seconds before it on the bits their words share, and on locking reads the seconds before and
-// between the pair that made the lock again. A CID word that decodes to another CID counts
-// against the lock. Presence is raised when the sync score (over the last kPresenceSeconds, or the
-// frames so far) or a reported second says a mark is there, and dropped after kAbsenceSeconds
-// without either.
+// Every frame is reduced to one amplitude estimate per cell (the luma's correlation with the cell's
+// chip), clipped to kClipAmplitude so that strong picture structure cannot outvote the mark, and
+// weighed by how little the picture makes the cell's votes swing. Over the last kPresenceSeconds
+// the votes of each sync cell are summed, and the mean of those sums over their standard error is
+// the sync score. The bit channels' votes are averaged per frame; the time word's are summed over a
+// sliding one-second window, the CID word's over the last few seconds. The second boundaries are
+// found at any offset: a window whose time sums are larger than those of the windows ending in the
+// half second before it and in the few frames after it ends a second, because a window that
+// straddles two time words loses the bits in which they differ. Each such window's signs are
+// decoded and CRC-checked. A decoded time word is reported only once it agrees with another and the
+// CID word decodes: two time words whose distance in seconds matches their time stamps, a window of
+// the seconds just before that reads as the word it must have carried, or the time stamp the
+// detector is already locked on. Once locked, the detector knows where seconds end and what they
+// carry: it also reads the windows there, accepts a window that fails its CRC but plainly resembles
+// the expected time word, alone or summed with the seconds before it on the bits their words share,
+// and on locking reads the seconds before and between the pair that made the lock again. A CID word
+// that decodes to another CID counts against the lock. Presence is raised when the sync score (over
+// the last kPresenceSeconds, or the frames so far) or a reported second says a mark is there, and
+// dropped after kAbsenceSeconds without either.
 // Not thread-safe: one detector watches one stream, one frame at a time.
 #pragma once
 
