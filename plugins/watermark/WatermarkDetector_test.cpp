@@ -290,6 +290,27 @@ TEST(WatermarkDetector, ReportsNoSecondTwiceWhenTheLockIsMadeAgain) {
   EXPECT_EQ(timestamps.end(), std::adjacent_find(timestamps.begin(), timestamps.end()));
 }
 
+TEST(WatermarkDetector, AWindowAcrossTwoSecondsNeitherMovesNorBreaksTheLock) {
+  // The first 14 frames of second 5 still show second 4 (an encoder late with the change): the
+  // window of second 4's frames ends 14 frames after the second, where the lock does not expect
+  // an end, and the window where it does reads mostly second 4. Second 5 may be lost; the seconds
+  // after it must come on time.
+  const Clip clip = FlatMarkedClip(
+      9, EmbedderStrength{2.0, 2}, [](Framework::Frame&, std::int64_t) {},
+      [](std::uint64_t index) -> std::uint64_t { return index >= 125 && index < 139 ? 124 : index; });
+  const Seen seen = Detect(clip, kSeed);
+  std::vector<std::int64_t> timestamps = Timestamps(seen);
+  const auto notAfter = std::adjacent_find(timestamps.begin(), timestamps.end(), std::greater_equal<>());
+  EXPECT_TRUE(notAfter == timestamps.end()) << "each second once, in order";
+  timestamps.erase(std::remove(timestamps.begin(), timestamps.end(), kSlotStart + 5), timestamps.end());
+  EXPECT_EQ(SlotSeconds(0, 7).size() - 1, timestamps.size()) << "every second but the late one";
+  for (std::size_t i = 0; i < seen.detections.size(); ++i) {
+    const double second = static_cast<double>(seen.detections[i].timestamp - kSlotStart);
+    EXPECT_NEAR(second, seen.detections[i].mediaTime, 1e-9) << "the lock keeps its phase";
+    EXPECT_LT(seen.reportedAt[i], std::max(second, 1.0) + 1.2) << "reported as soon as it ends";
+  }
+}
+
 TEST(WatermarkDetector, ReadsTheMarkFromTheCellsThePictureLeavesCalm) {
   const Seen seen = Detect(SwampedFlatClip(8), kSeed);
   ASSERT_GE(seen.detections.size(), 4u);
