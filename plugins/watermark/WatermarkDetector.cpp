@@ -217,9 +217,8 @@ bool WatermarkDetector::IsStrongestWithin(std::size_t at, std::size_t before, st
 bool WatermarkDetector::IsExpectedSecondEnd(std::size_t at) const {
   if (!locked_) return false;
   const std::int64_t endFrame = windows_[at].endFrame;
-  const std::int64_t seconds = SecondsSinceLock(endFrame);
-  if (seconds < 1) return false;
-  return EndsSecondNear(at, SecondsLater(lockFrame_, seconds));
+  if (SecondsSinceLock(endFrame) < 1) return false;
+  return EndsSecondNear(at, ExpectedEndNear(endFrame));
 }
 
 bool WatermarkDetector::EndsSecondNear(std::size_t at, std::int64_t endFrame) const {
@@ -250,13 +249,13 @@ std::optional<PayloadWord> WatermarkDetector::ExpectedWordIn(const Window& windo
   const std::int64_t seconds = SecondsSinceLock(window.endFrame);
   if (seconds < 1) return std::nullopt;
   const std::int64_t timestamp = lockTimestamp_ + seconds;
-  if (!PayloadCodec::Resembles(window.sums, PayloadCodec::TimeWord(timestamp))) {
-    // Off the expected second's end a window mixes two words; it only counts if it reads alone.
-    const std::int64_t expectedEnd = SecondsLater(lockFrame_, seconds);
-    if (std::abs(window.endFrame - expectedEnd) > boundaryDrift_) return std::nullopt;
-    if (!ReadsAsLockedTime(window, timestamp)) return std::nullopt;
-  }
-  return PayloadCodec::TimeWord(timestamp);
+  const PayloadWord expected = PayloadCodec::TimeWord(timestamp);
+  // Off the expected second's end a window mixes two words; it only counts if it reads alone.
+  const bool atExpectedEnd = std::abs(window.endFrame - ExpectedEndNear(window.endFrame)) <= boundaryDrift_;
+  const bool reads = atExpectedEnd ? ReadsAsLockedTime(window, timestamp)
+                                   : PayloadCodec::Resembles(window.sums, expected);
+  if (!reads) return std::nullopt;
+  return expected;
 }
 
 bool WatermarkDetector::ReadsAsLockedTime(const Window& window, std::int64_t timestamp) const {
@@ -283,12 +282,19 @@ std::int64_t WatermarkDetector::SecondsSinceLock(std::int64_t endFrame) const {
   return std::llround(static_cast<double>(endFrame - lockFrame_) / frameRate_);
 }
 
+std::int64_t WatermarkDetector::ExpectedEndNear(std::int64_t endFrame) const {
+  return SecondsLater(lockFrame_, SecondsSinceLock(endFrame));
+}
+
+bool WatermarkDetector::IsPastLastReport(std::int64_t endFrame) const {
+  return endFrame - lockFrame_ > window_ / 2;
+}
+
 void WatermarkDetector::Confirm(const DecodedWord& decoded, DetectorReport& report) {
   // While the second boundary is still being found, a later window of the same second may decode
   // too: the one chosen later is the better aligned.
-  const std::int64_t sameSecond = window_ / 2;
-  if (locked_ && decoded.endFrame - lockFrame_ <= sameSecond) return;
-  if (!unconfirmed_.empty() && decoded.endFrame - unconfirmed_.back().endFrame <= sameSecond) {
+  if (locked_ && !IsPastLastReport(decoded.endFrame)) return;
+  if (!unconfirmed_.empty() && decoded.endFrame - unconfirmed_.back().endFrame <= window_ / 2) {
     unconfirmed_.pop_back();
   }
   if (locked_) {
@@ -298,7 +304,7 @@ void WatermarkDetector::Confirm(const DecodedWord& decoded, DetectorReport& repo
     // A window ending away from where the lock expects a second to end spans two seconds, and as
     // neighbouring time words share most of their bits, it may read as either: it neither moves
     // the lock nor counts against it.
-    const bool onTime = std::abs(decoded.endFrame - SecondsLater(lockFrame_, seconds)) <= confirmDelay_;
+    const bool onTime = std::abs(decoded.endFrame - ExpectedEndNear(decoded.endFrame)) <= confirmDelay_;
     if (!onTime && std::abs(read - expected) <= 1) return;
     const auto cid = DecodeKind(cidSums_, WordKind::Cid);
     const bool consistent = read == expected && (!cid || cid->value == lockCid_);
@@ -337,7 +343,7 @@ bool WatermarkDetector::PairUp(const DecodedWord& decoded, DetectorReport& repor
   // the word it must have carried is a partner too.
   for (std::int64_t seconds = 1; seconds <= kMaxPairSeconds; ++seconds) {
     const Window* window = SecondEndNear(SecondsLater(decoded.endFrame, -seconds));
-    if (window == nullptr || window->endFrame <= lockFrame_ + window_ / 2) continue;
+    if (window == nullptr || !IsPastLastReport(window->endFrame)) continue;
     if (!ReadsAsLockedTime(*window, timestamp - seconds)) continue;
     const PayloadWord word = PayloadCodec::TimeWord(timestamp - seconds);
     Lock(cid->value, DecodedWord{word, window->endFrame, Quality(window->sums)}, decoded, seconds, report);
@@ -352,12 +358,12 @@ void WatermarkDetector::Lock(std::uint32_t cid, const DecodedWord& first, const 
   lockCid_ = cid;
   mismatches_ = 0;
   unconfirmed_.clear();
-  ReportLockedSeconds(first, PayloadCodec::TimestampOf(first.word), last, seconds, report);
+  ReportLockedSeconds(first, last, seconds, report);
 }
 
-void WatermarkDetector::ReportLockedSeconds(const DecodedWord& first, std::int64_t firstTimestamp,
-                                             const DecodedWord& last, std::int64_t seconds,
-                                             DetectorReport& report) {
+void WatermarkDetector::ReportLockedSeconds(const DecodedWord& first, const DecodedWord& last,
+                                             std::int64_t seconds, DetectorReport& report) {
+  const std::int64_t firstTimestamp = PayloadCodec::TimestampOf(first.word);
   for (std::int64_t offset = -kReadBackSeconds; offset <= seconds; ++offset) {
     const std::int64_t timestamp = firstTimestamp + offset;
     if (offset == 0 || offset == seconds) {
@@ -371,9 +377,7 @@ void WatermarkDetector::ReportLockedSeconds(const DecodedWord& first, std::int64
 
 std::optional<WatermarkDetector::DecodedWord> WatermarkDetector::ReadAgain(std::int64_t endFrame,
                                                                            std::int64_t timestamp) const {
-  // A window ending less than half a second after the last reported second is that second again,
-  // seen at the phase of a lock made since.
-  if (endFrame <= lockFrame_ + window_ / 2) return std::nullopt;
+  if (!IsPastLastReport(endFrame)) return std::nullopt;
   const Window* window = SecondEndNear(endFrame);
   if (window == nullptr) return std::nullopt;
   const PayloadWord expected = PayloadCodec::TimeWord(timestamp);

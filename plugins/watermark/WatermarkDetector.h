@@ -118,6 +118,12 @@ class WatermarkDetector {
   bool ReadsAsLockedTime(const Window& window, std::int64_t timestamp) const;
   // Whole seconds from the last reported second's end to `endFrame`.
   std::int64_t SecondsSinceLock(std::int64_t endFrame) const;
+  // The frame nearest `endFrame` at which the lock expects a second to end.
+  std::int64_t ExpectedEndNear(std::int64_t endFrame) const;
+  // Whether a window ending at `endFrame` ends more than half a second after the last reported
+  // second; one ending sooner is that second again, seen by a later window or a lock made since
+  // at another phase.
+  bool IsPastLastReport(std::int64_t endFrame) const;
   void Confirm(const DecodedWord& decoded, DetectorReport& report);
   bool PairUp(const DecodedWord& decoded, DetectorReport& report);
   // Locks on content `cid` from the time words `first` and `last`, `seconds` apart, and reports
@@ -127,8 +133,8 @@ class WatermarkDetector {
   // Once the words `first` and `last`, `seconds` apart, have made a lock, reports them, oldest
   // first, together with the seconds before and between them that read as the lock expects: a
   // stream that was hard to lock on to is not missing its first seconds.
-  void ReportLockedSeconds(const DecodedWord& first, std::int64_t firstTimestamp, const DecodedWord& last,
-                           std::int64_t seconds, DetectorReport& report);
+  void ReportLockedSeconds(const DecodedWord& first, const DecodedWord& last, std::int64_t seconds,
+                           DetectorReport& report);
   // The kept window that ends a second at `endFrame`, read as the lock's second `timestamp`, when
   // it decodes to or resembles what the lock says it carries and is newer than the last report.
   std::optional<DecodedWord> ReadAgain(std::int64_t endFrame, std::int64_t timestamp) const;

@@ -79,7 +79,7 @@ void ReverseBitsFaintly(Framework::Frame& frame, const WatermarkLayout& layout, 
 
 // A flat grey 640x360 25 fps clip, marked from its first frame as strong as `strength` says, frame
 // i as frame markedAs(i) of the session (by default i itself); each frame is then handed to
-// `afterMarking` with the second it belongs to.
+// `afterMarking`, when given, with the second it belongs to.
 Clip FlatMarkedClip(int seconds, EmbedderStrength strength,
                     const std::function<void(Framework::Frame&, std::int64_t second)>& afterMarking,
                     const std::function<std::uint64_t(std::uint64_t)>& markedAs = {}) {
@@ -99,9 +99,15 @@ Clip FlatMarkedClip(int seconds, EmbedderStrength strength,
     request.cid = kCid;
     request.slotStart = kSlotStart;
     embedder.Embed(frame, request);
-    afterMarking(frame, WatermarkEmbedder::SecondOf(index, clip.frameRate));
+    if (afterMarking) afterMarking(frame, WatermarkEmbedder::SecondOf(index, clip.frameRate));
   }
   return clip;
+}
+
+// A flat clip, clearly marked, whose frame i shows what frame markedAs(i) of the session carries:
+// pictures an encoder left as they were, or a stream that goes on later than it should.
+Clip ReplayedFlatClip(int seconds, const std::function<std::uint64_t(std::uint64_t)>& markedAs) {
+  return FlatMarkedClip(seconds, EmbedderStrength{2.0, 2}, {}, markedAs);
 }
 
 // A flat clip marked without clipping in the detector. In the seconds listed in `damaged`, the
@@ -276,12 +282,10 @@ TEST(WatermarkDetector, ReportsNoSecondTwiceWhenTheLockIsMadeAgain) {
   // An encoder may leave a picture as it was: seconds 4 and 5 still show second 3, which breaks the
   // lock. The stream then goes on four frames later, so the new lock ends its seconds elsewhere,
   // and reading back from it finds second 3 once more.
-  const Clip clip = FlatMarkedClip(
-      12, EmbedderStrength{2.0, 2}, [](Framework::Frame&, std::int64_t) {},
-      [](std::uint64_t index) -> std::uint64_t {
-        if (index < 100) return index;
-        return index < 150 ? 99 : index - 4;
-      });
+  const Clip clip = ReplayedFlatClip(12, [](std::uint64_t index) -> std::uint64_t {
+    if (index < 100) return index;
+    return index < 150 ? 99 : index - 4;
+  });
   const Seen seen = Detect(clip, kSeed);
   const std::vector<std::int64_t> timestamps = Timestamps(seen);
   ASSERT_FALSE(timestamps.empty());
@@ -295,9 +299,8 @@ TEST(WatermarkDetector, AWindowAcrossTwoSecondsNeitherMovesNorBreaksTheLock) {
   // window of second 4's frames ends 14 frames after the second, where the lock does not expect
   // an end, and the window where it does reads mostly second 4. Second 5 may be lost; the seconds
   // after it must come on time.
-  const Clip clip = FlatMarkedClip(
-      9, EmbedderStrength{2.0, 2}, [](Framework::Frame&, std::int64_t) {},
-      [](std::uint64_t index) -> std::uint64_t { return index >= 125 && index < 139 ? 124 : index; });
+  const Clip clip = ReplayedFlatClip(
+      9, [](std::uint64_t index) -> std::uint64_t { return index >= 125 && index < 139 ? 124 : index; });
   const Seen seen = Detect(clip, kSeed);
   std::vector<std::int64_t> timestamps = Timestamps(seen);
   const auto notAfter = std::adjacent_find(timestamps.begin(), timestamps.end(), std::greater_equal<>());
