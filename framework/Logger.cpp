@@ -20,6 +20,8 @@ struct LoggerCore {
   std::atomic<int> minimumLevel{static_cast<int>(EventLevel::Debug)};
   std::mutex mutex;
   std::vector<std::shared_ptr<LogSink>> sinks;  // Guarded by mutex
+  // Guarded by mutex: the files among the sinks, in the order they were opened
+  std::vector<std::pair<std::shared_ptr<LogSink>, std::filesystem::path>> files;
 };
 
 LoggerCore& Core() {
@@ -59,6 +61,8 @@ std::shared_ptr<LogSink> Logger::AddFileLogging(const std::filesystem::path& pat
       return nullptr;
     }
     AddSink(file);
+    std::lock_guard<std::mutex> lock(Core().mutex);
+    Core().files.emplace_back(file, file->Target());
     return file;
   } catch (const std::exception& error) {
     std::cerr << "Logger: cannot open log file " << pattern.string() << ": " << error.what()
@@ -77,6 +81,15 @@ void Logger::RemoveSink(const std::shared_ptr<LogSink>& sink) {
   std::lock_guard<std::mutex> lock(Core().mutex);
   auto& sinks = Core().sinks;
   sinks.erase(std::remove(sinks.begin(), sinks.end(), sink), sinks.end());
+  auto& files = Core().files;
+  files.erase(std::remove_if(files.begin(), files.end(),
+                             [&sink](const auto& file) { return file.first == sink; }),
+              files.end());
+}
+
+std::filesystem::path Logger::FileLogPath() {
+  std::lock_guard<std::mutex> lock(Core().mutex);
+  return Core().files.empty() ? std::filesystem::path() : Core().files.front().second;
 }
 
 void Logger::SetMinimumLevel(EventLevel level) { Core().minimumLevel = static_cast<int>(level); }

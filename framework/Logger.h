@@ -41,6 +41,10 @@ class FRAMEWORK_API Logger {
   static std::shared_ptr<LogSink> AddFileLogging(const std::filesystem::path& pattern,
                                                  LogFileType type, TextDateFormat dateFormat);
 
+  // The path of the earliest file opened by AddFileLogging that is still attached; empty when
+  // there is none. Files a host keeps beside its log go to this file's folder.
+  static std::filesystem::path FileLogPath();
+
   // Attaches `sink`; every later line at or above the minimum level goes to it as well.
   static void AddSink(std::shared_ptr<LogSink> sink);
 

@@ -10,8 +10,9 @@
 // the slot (0: no slot set, no limit).
 //
 // Where the encodation log goes, first match wins: the string property "EncodationLogFile" of the
-// embedder, the environment variable QUILLMAR_ENCODATION_LOG, or "Logs/EncodationLog.jsonl" under
-// the working directory. Missing folders are created.
+// embedder, the environment variable QUILLMAR_ENCODATION_LOG, or "EncodationLog.jsonl" beside the
+// process's log file ("Logs/" under the working directory when there is none). Missing folders are
+// created.
 //
 // Threads: frames and prior-watermark reports arrive on the framework's processing thread, the
 // life cycle and WriteEncodationLog on its control thread; the prior-watermark sightings, which
@@ -42,7 +43,8 @@ namespace {
 
 constexpr char kEncodationLogProperty[] = "EncodationLogFile";
 constexpr char kEncodationLogVariable[] = "QUILLMAR_ENCODATION_LOG";
-constexpr char kDefaultEncodationLog[] = "Logs/EncodationLog.jsonl";
+constexpr char kEncodationLogName[] = "EncodationLog.jsonl";
+constexpr char kLogFolder[] = "Logs";
 
 // The prior watermarks of one CID that the detector found during a run.
 struct PriorWatermarkSightings {
@@ -207,7 +209,9 @@ class LumensealBasebandEmbedderPlugin final : public Framework::LumensealBaseban
     if (!configured.empty()) return configured;
     const char* variable = std::getenv(kEncodationLogVariable);
     if (variable != nullptr && *variable != '\0') return variable;
-    return kDefaultEncodationLog;
+    const std::filesystem::path log = Framework::Logger::FileLogPath();
+    return (log.empty() ? std::filesystem::path(kLogFolder) : log.parent_path()) /
+           kEncodationLogName;
   }
 
   void Append(const boost::json::object& record) const {
