@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/format.hpp>
+#include <cctype>
 #include <cstring>
 #include <filesystem>
 #include <limits>
@@ -30,6 +31,27 @@ std::string NormalisedPath(std::string path) {
 std::string FolderOf(const std::string& file) {
   const std::string folder = std::filesystem::path(file).parent_path().generic_string();
   return folder.empty() ? kCurrentFolder : folder;
+}
+
+// True for a path that names the same file from every folder, on this system or on Windows
+// (/srv/x, \\server\x, C:\x, C:/x), and for a URI (postgresql://..., file:x).
+bool IsAnchored(const std::string& path) {
+  if (path.empty() || path[0] == '/' || path[0] == '\\') return true;
+  if (path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':') {
+    return true;
+  }
+  return path.find("://") != std::string::npos || path.rfind("file:", 0) == 0 ||
+         std::filesystem::path(path).is_absolute();
+}
+
+// The shared database a configuration file names, wherever the host runs from: a relative path
+// is taken from the configuration file's folder, so that every embedder of the machine that
+// reads this configuration opens the same database.
+std::string ResolvedSharedDatabase(const std::string& written, const std::string& configFile) {
+  if (IsAnchored(written)) return written;
+  std::error_code ignored;
+  const auto folder = std::filesystem::absolute(FolderOf(configFile), ignored);
+  return (folder / written).lexically_normal().generic_string();
 }
 
 std::string StrengthText(const WatermarkParameters& vwm) {
@@ -123,7 +145,9 @@ void QuillmarBasebandConfigurationState::Load() {
         boost::format("QuillmarBasebandConfiguration config file parsing failed. %1%") %
         reader_.ErrorText());
   }
-  sharedDatabase_ = reader_.Settings().hasSharedDatabase ? reader_.Settings().sharedDatabase : "";
+  sharedDatabase_ = reader_.Settings().hasSharedDatabase
+                        ? ResolvedSharedDatabase(reader_.Settings().sharedDatabase, configFile_)
+                        : "";
   clientCids_ = ClientCidsOf(programs_, reader_.Settings().detector);
 }
 
@@ -134,7 +158,13 @@ void QuillmarBasebandConfigurationState::LogConfigurationInfo() const {
     Framework::Logger::Warning("Shared database name not found!");
   }
   Framework::Logger::Info("Config file info:");
-  Framework::Logger::Info(boost::format("Shared database: %1%") % sharedDatabase_);
+  const std::string& written = reader_.Settings().sharedDatabase;
+  Framework::Logger::Info(boost::format("Shared database: %1%") % written);
+  if (sharedDatabase_ != written) {
+    Framework::Logger::Info(boost::format("Shared database %1% is taken from the configuration "
+                                          "file's folder: %2%") %
+                            written % sharedDatabase_);
+  }
   Framework::Logger::Info(boost::format("Number of CPPs found: %1%") % programs_.size());
   for (std::size_t i = 0; i < programs_.size(); ++i) {
     const ProgramEntry& entry = programs_[i];

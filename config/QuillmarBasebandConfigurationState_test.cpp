@@ -106,7 +106,36 @@ TEST(ConfigurationState, ProgramsThroughBuffers) {
   EXPECT_TRUE(state.GetConfigurationChecksum(text));
   EXPECT_EQ(text.size(), 8u);
   EXPECT_TRUE(state.GetSharedDatabase(text));
-  EXPECT_EQ(text, "db");
+  EXPECT_EQ(text, root.Path() + "/Cfg/db");
+}
+
+// A relative shared database lies beside the configuration file, wherever the host runs from;
+// the configuration's text and checksum stay as they are.
+TEST(ConfigurationState, SharedDatabaseIsTakenFromTheConfigurationsFolder) {
+  const TemporaryFolder folder;
+  static const struct {
+    const char* written;  // as JSON text
+    std::string used;     // "@" stands for the configuration's folder
+  } cases[] = {
+      {"db", "@/db"},
+      {"../shared/./x.db", "@/../shared/x.db"},
+      {"/srv/x.db", "/srv/x.db"},
+      {"C:\\\\x.db", "C:\\x.db"},
+      {"\\\\\\\\server\\\\x.db", "\\\\server\\x.db"},
+      {"postgresql://host/slots", "postgresql://host/slots"},
+  };
+  for (const auto& c : cases) {
+    std::string text = Signed(DocumentWithEntries(Entry("One", "1", "news")));
+    text.replace(text.find("\"db\""), 4, std::string("\"") + c.written + "\"");
+    QuillmarBasebandConfigurationState state(folder.Write("cfg/c.json", Signed(text)), "COMMON");
+    std::string used = c.used;
+    if (used[0] == '@') {
+      used = std::filesystem::path(folder.File("cfg") + used.substr(1)).lexically_normal().string();
+    }
+    std::string shared;
+    EXPECT_TRUE(state.GetSharedDatabase(shared)) << c.written;
+    EXPECT_EQ(used, shared) << c.written;
+  }
 }
 
 TEST(ConfigurationState, IndexConvention) {
@@ -183,7 +212,7 @@ TEST(ConfigurationState, ActiveProgramAndPlainValues) {
   std::size_t duration = 0;
   EXPECT_EQ(state.GetEmbeddingDuration(buffer, &duration), 90u);
   EXPECT_EQ(duration, 90u);
-  EXPECT_STREQ(buffer, "db");
+  EXPECT_EQ(buffer, root.Path() + "/Cfg/db");
 }
 
 TEST(ConfigurationState, LogsWhatItLoaded) {
