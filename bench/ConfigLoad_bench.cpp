@@ -38,7 +38,8 @@ std::string GeneratedConfiguration() {
   text += "\n  ]}}\n";
   std::string signedText;
   std::string error;
-  QuillmarBasebandSDK::SignConfiguration(text, "bench.json", "bench.json", signedText, error);
+  QuillmarBasebandSDK::SignConfiguration(text, "bench.json", "bench.json", false, signedText,
+                                         error);
   return signedText;
 }
 

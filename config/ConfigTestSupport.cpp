@@ -12,7 +12,7 @@ namespace QuillmarBasebandSDK::Testing {
 std::string Signed(const std::string& text) {
   std::string signedText;
   std::string error;
-  if (!SignConfiguration(text, "cfg.json", "cfg.json", signedText, error)) return text;
+  if (!SignConfiguration(text, "cfg.json", "cfg.json", true, signedText, error)) return text;
   return signedText;
 }
 

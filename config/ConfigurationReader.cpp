@@ -102,12 +102,20 @@ bool ConfigurationReader::ReadFile(const std::string& path, std::string& bytes) 
 }
 
 bool ConfigurationReader::Load(bool checkCrc) {
-  settings_ = ContentProcessorSettings{};
   std::string bytes;
-  const bool readable = ReadFile(source_, bytes);
+  if (!ReadFile(source_, bytes)) {
+    settings_ = ContentProcessorSettings{};
+    errorText_ = source_ + " not found";
+    return false;
+  }
+  return LoadBytes(bytes, checkCrc);
+}
+
+bool ConfigurationReader::LoadBytes(const std::string& bytes, bool checkCrc) {
+  settings_ = ContentProcessorSettings{};
   JsonDocument document;
-  if (readable && ParseJsonDocument(bytes, document)) return LoadJson(document, checkCrc);
-  return LoadLineForm(bytes, readable, checkCrc);
+  if (ParseJsonDocument(bytes, document)) return LoadJson(document, checkCrc);
+  return LoadLineForm(bytes, checkCrc);
 }
 
 bool ConfigurationReader::LoadJson(const JsonDocument& document, bool checkCrc) {
@@ -267,12 +275,8 @@ bool ConfigurationReader::ReadMetadataFields(const JsonValue& fields, const Prog
   return true;
 }
 
-bool ConfigurationReader::LoadLineForm(const std::string& bytes, bool readable, bool checkCrc) {
+bool ConfigurationReader::LoadLineForm(const std::string& bytes, bool checkCrc) {
   const MemberFinder finder(source_, errorText_);
-  if (!readable) {
-    errorText_ = source_ + " not found";
-    return false;
-  }
   const LineFormFile file = DecodeLineForm(bytes, IsCcfName(source_));
   if (file.CrcMatches()) {
     settings_.checksumValid = true;

@@ -29,6 +29,9 @@ class ConfigurationReader {
   // Returns false with ErrorText() set on failure.
   bool Load(bool checkCrc);
 
+  // Loads and validates `bytes` as the content of the file, as Load does.
+  bool LoadBytes(const std::string& bytes, bool checkCrc);
+
   const std::string& Source() const { return source_; }
   const std::string& ErrorText() const { return errorText_; }
   const ContentProcessorSettings& Settings() const { return settings_; }
@@ -47,7 +50,7 @@ class ConfigurationReader {
                      WatermarkParameters& parameters);
   bool ReadMetadataFields(const JsonValue& fields, const ProgramEntry& entry,
                           const MemberFinder& finder, MetadataFieldMap& map);
-  bool LoadLineForm(const std::string& bytes, bool readable, bool checkCrc);
+  bool LoadLineForm(const std::string& bytes, bool checkCrc);
 
   std::string source_;
   std::string sectionName_;

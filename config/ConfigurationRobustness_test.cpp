@@ -80,7 +80,7 @@ bool ChangeMember(JsonValue& value, std::size_t& index, MemberChange change) {
 std::string Signed(const std::string& bytes, const std::string& name) {
   std::string signedBytes;
   std::string error;
-  return SignConfiguration(bytes, name, name, signedBytes, error) ? signedBytes : bytes;
+  return SignConfiguration(bytes, name, name, true, signedBytes, error) ? signedBytes : bytes;
 }
 
 std::vector<std::string> Mutations(const std::string& bytes, const std::string& name) {

@@ -33,10 +33,17 @@ bool SignJson(const std::string& bytes, const JsonDocument& document, std::strin
 }  // namespace
 
 bool SignConfiguration(const std::string& bytes, const std::string& inputName,
-                       const std::string& outputName, std::string& signedBytes,
+                       const std::string& outputName, bool lineForm, std::string& signedBytes,
                        std::string& error) {
   JsonDocument document;
-  if (ParseJsonDocument(bytes, document)) return SignJson(bytes, document, signedBytes, error);
+  JsonSyntaxError syntax;
+  if (ParseJsonDocument(bytes, document, &syntax)) {
+    return SignJson(bytes, document, signedBytes, error);
+  }
+  if (!lineForm && !IsLineFormName(inputName)) {
+    error = "not valid JSON: " + syntax.Text();
+    return false;
+  }
   const std::string text = DecodeLineForm(bytes, IsCcfName(inputName)).text;
   signedBytes = IsCcfName(outputName) ? EncodeCcf(text) : EncodeTextForm(text);
   return true;

@@ -148,7 +148,7 @@ TEST(DocumentChecksum, SigningTouchesOnlyTheChecksumBytes) {
   for (const char* text : unsignable) {
     std::string output;
     std::string error;
-    EXPECT_FALSE(SignConfiguration(text, "c.json", "c.json", output, error)) << text;
+    EXPECT_FALSE(SignConfiguration(text, "c.json", "c.json", true, output, error)) << text;
     EXPECT_FALSE(error.empty());
   }
 }

@@ -1,5 +1,6 @@
 #include "config/JsonDocument.h"
 
+#include <algorithm>
 #include <boost/json/basic_parser_impl.hpp>
 #include <utility>
 #include <vector>
@@ -161,16 +162,31 @@ std::size_t FirstNonSpace(std::string_view text) {
 
 }  // namespace
 
-bool ParseJsonDocument(std::string_view text, JsonDocument& document) {
+std::string JsonSyntaxError::Text() const {
+  return "line " + std::to_string(line) + ", column " + std::to_string(column) + ": " + message;
+}
+
+bool ParseJsonDocument(std::string_view text, JsonDocument& document, JsonSyntaxError* error) {
   document = JsonDocument{};
   boost::json::parse_options options;
   options.max_depth = kMaxDepth;
   boost::json::basic_parser<TreeBuilder> parser(options, text, document);
-  ErrorCode error;
-  const std::size_t used = parser.write_some(false, text.data(), text.size(), error);
-  if (error || used != text.size() || !parser.done()) return false;
-  document.rootOffset = FirstNonSpace(text);
-  return true;
+  ErrorCode failure;
+  const std::size_t used = parser.write_some(false, text.data(), text.size(), failure);
+  if (!failure && used == text.size() && parser.done()) {
+    document.rootOffset = FirstNonSpace(text);
+    return true;
+  }
+  if (error != nullptr) {
+    const std::string_view read = text.substr(0, used);
+    const std::size_t lineStart = read.rfind('\n');
+    error->line = 1 + static_cast<std::size_t>(std::count(read.begin(), read.end(), '\n'));
+    error->column = used - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1;
+    error->message = failure              ? failure.message()
+                     : used < text.size() ? "text after the end of the document"
+                                          : "the document ends too early";
+  }
+  return false;
 }
 
 }  // namespace QuillmarBasebandSDK

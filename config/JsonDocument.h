@@ -27,8 +27,19 @@ struct JsonDocument {
   bool hasRootChecksum = false;
 };
 
+// Where and why a text is not JSON.
+struct JsonSyntaxError {
+  std::size_t line = 0;    // from 1
+  std::size_t column = 0;  // from 1, in bytes
+  std::string message;
+
+  // "line 3, column 14: syntax error"
+  std::string Text() const;
+};
+
 // Parses `text` as one JSON document (no comments, no trailing commas). Returns false, with
-// `document` unspecified, when `text` is not JSON.
-bool ParseJsonDocument(std::string_view text, JsonDocument& document);
+// `document` unspecified and `error` (when given) saying where, when `text` is not JSON.
+bool ParseJsonDocument(std::string_view text, JsonDocument& document,
+                       JsonSyntaxError* error = nullptr);
 
 }  // namespace QuillmarBasebandSDK

@@ -9,6 +9,8 @@ namespace QuillmarBasebandSDK {
 namespace {
 
 constexpr char kCcfExtension[] = ".ccf";
+constexpr char kCfgExtension[] = ".cfg";
+
 constexpr std::string_view kCrcPrefix = "crc=";
 constexpr std::size_t kRecordTextCapacity = kCcfRecordSize - 1;
 constexpr std::size_t kEndMarkFirst = 5;
@@ -17,6 +19,11 @@ constexpr unsigned char kEndMark = 0xFF;
 constexpr int kBitsPerByte = 8;
 constexpr std::size_t kStoredCrcBytes = 4;
 constexpr char kBlanks[] = " \t";
+
+bool EndsWith(const std::string& path, std::string_view ending) {
+  return path.size() >= ending.size() &&
+         path.compare(path.size() - ending.size(), ending.size(), ending) == 0;
+}
 
 std::string_view Trimmed(std::string_view text) {
   const std::size_t first = text.find_first_not_of(kBlanks);
@@ -109,10 +116,10 @@ const std::string* LineFormSection::Find(const std::string& key) const {
   return nullptr;
 }
 
-bool IsCcfName(const std::string& path) {
-  const std::string_view extension = kCcfExtension;
-  return path.size() >= extension.size() &&
-         path.compare(path.size() - extension.size(), extension.size(), extension) == 0;
+bool IsCcfName(const std::string& path) { return EndsWith(path, kCcfExtension); }
+
+bool IsLineFormName(const std::string& path) {
+  return EndsWith(path, kCfgExtension) || EndsWith(path, kCcfExtension);
 }
 
 LineFormFile DecodeLineForm(std::string_view bytes, bool binary) {

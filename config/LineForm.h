@@ -45,6 +45,9 @@ struct LineFormSection {
 // True when `path` ends in ".ccf".
 bool IsCcfName(const std::string& path);
 
+// True when `path` ends in ".cfg" or ".ccf", the names line-oriented files are given.
+bool IsLineFormName(const std::string& path);
+
 // Reads the text and the CRCs of `bytes`, binary records when `binary`, text lines otherwise.
 LineFormFile DecodeLineForm(std::string_view bytes, bool binary);
 

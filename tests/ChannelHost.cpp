@@ -132,7 +132,7 @@ std::string WriteConfiguration(const std::string& path, const TestConfiguration&
 
   std::string signedText;
   std::string error;
-  if (!QuillmarBasebandSDK::SignConfiguration(text, path, path, signedText, error)) {
+  if (!QuillmarBasebandSDK::SignConfiguration(text, path, path, true, signedText, error)) {
     throw std::runtime_error("cannot sign the test configuration: " + error);
   }
   std::ofstream(path, std::ios::binary) << signedText;

@@ -48,7 +48,10 @@ TEST(ConfigTool, CheckPrintsTheChecksumOrTheReadersError) {
   static const struct {
     std::string name;
     std::string bytes;
-  } failing[] = {{"changed.json", bytes}, {"wrong_checksum.json", "{\"Checksum\": \"x\"}"}};
+    std::string firstLine;  // what the tool adds before the reader's error
+  } failing[] = {{"changed.json", bytes, ""},
+                 {"wrong_checksum.json", "{\"Checksum\": \"x\"}", ""},
+                 {"cut.json", bytes.substr(0, 40), "cut.json is not valid JSON: line 3, column "}};
   for (const auto& c : failing) {
     const std::string path = folder.Write(c.name, c.bytes);
     ConfigurationReader reader(path);
@@ -57,6 +60,7 @@ TEST(ConfigTool, CheckPrintsTheChecksumOrTheReadersError) {
     EXPECT_EQ(run.status, 1) << c.name;
     ASSERT_FALSE(run.ErrLines().empty()) << c.name;
     EXPECT_EQ(run.ErrLines().back(), reader.ErrorText()) << c.name;
+    EXPECT_NE(std::string::npos, run.ErrLines().front().find(c.firstLine)) << run.err;
   }
   EXPECT_EQ(Quillmar(folder, "config check " + Quoted(folder.Path().string() + "/absent.json"))
                 .ErrLines()
@@ -83,10 +87,26 @@ TEST(ConfigTool, SignChangesOnlyTheChecksum) {
   ASSERT_TRUE(ConfigurationReader::ReadFile(path, untouched));
   EXPECT_EQ(untouched, stale);
 
-  // Without -o the file itself is signed; a missing Checksum becomes the first member.
+  // What check would refuse is not signed, unless forced; text that is not JSON is signed as the
+  // line-oriented form only when asked for.
   const std::string bare = "{\"ContentProcessor\": {}}\n";
   const std::string barePath = folder.Write("bare.json", bare);
-  EXPECT_EQ(Quillmar(folder, "config sign " + Quoted(barePath)).status, 0);
+  const ToolRun refused = Quillmar(folder, "config sign " + Quoted(barePath));
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(std::string::npos, refused.err.find("not signed, the configuration is not valid"))
+      << refused.err;
+  const std::string cutPath = folder.Write("cut.json", original.substr(0, 60));
+  const ToolRun cut = Quillmar(folder, "config sign " + Quoted(cutPath));
+  EXPECT_EQ(cut.status, 1);
+  EXPECT_NE(std::string::npos, cut.err.find("not valid JSON: line 4, column 9: incomplete JSON"))
+      << cut.err;
+  EXPECT_EQ(0, Quillmar(folder, "config sign --line-form --force " + Quoted(cutPath)).status);
+  ASSERT_TRUE(ConfigurationReader::ReadFile(cutPath, written));
+  EXPECT_EQ(0u, written.rfind(original.substr(0, 60), 0));
+  EXPECT_NE(std::string::npos, written.find("\ncrc="));
+
+  // Forced, without -o, the file itself is signed; a missing Checksum becomes the first member.
+  EXPECT_EQ(Quillmar(folder, "config sign --force " + Quoted(barePath)).status, 0);
   ASSERT_TRUE(ConfigurationReader::ReadFile(barePath, written));
   EXPECT_EQ(written.substr(0, 16), "{\n  \"Checksum\": ");
   EXPECT_EQ(written.substr(written.size() - bare.size() + 1), bare.substr(1));
@@ -116,15 +136,16 @@ TEST(ConfigTool, ShowListsThePrograms) {
   ASSERT_EQ(json.status, 0);
   ASSERT_EQ(json.OutLines().size(), 1u);
   const auto shown = boost::json::parse(json.OutLines().front());
-  EXPECT_EQ(shown.at("sharedDatabase"), "quillmar-spots-timeslots.db");
+  EXPECT_EQ(shown.at("shared_database"), "quillmar-spots-timeslots.db");
   const auto& programs = shown.at("programs").as_array();
   ASSERT_EQ(programs.size(), 2u);
   EXPECT_EQ(programs[0].at("name"), "Spot Break");
-  EXPECT_EQ(programs[0].at("contentType"), "direct_response");
+  EXPECT_EQ(programs[0].at("content_type"), "direct_response");
   EXPECT_EQ(programs[0].at("eids").as_array().size(), 4u);
-  EXPECT_EQ(programs[0].at("payloadRate"), "48 bits per second");
-  EXPECT_EQ(programs[0].at("metadataFields").at("modulecode"), "module_code");
-  EXPECT_EQ(programs[1].at("maxLocalDepth"), 4);
+  EXPECT_EQ(programs[0].at("payload_rate"), "48 bits per second");
+  EXPECT_EQ(programs[0].at("metadata_fields").at("modulecode"), "module_code");
+  EXPECT_EQ(programs[1].at("max_local_depth"), 4);
+  EXPECT_NE(std::string::npos, json.out.find("\"global_depth\":3.0,")) << "plain decimals";
 
   const ToolRun unsignedShow = Quillmar(folder, "config show " + Quoted(folder.Write("u.json", "{}")));
   EXPECT_EQ(unsignedShow.status, 1);

@@ -45,10 +45,11 @@ TEST_F(DbShowCommand, PrintsEveryCidWithItsTimesAsJsonAndAsATable) {
   const Quillmar::Testing::ToolRun json = Quillmar("db show " + path_ + " --json");
   ASSERT_EQ(0, json.status) << json.out;
   const boost::json::value expected = boost::json::parse(
-      R"({"path":")" + path_ + R"(","schemaVersion":2,"cids":[)"
-      R"({"cid":7,"allocatedTill":"2026-11-21T08:01:30Z","lockedTill":"2026-11-21T08:01:00Z"},)"
-      R"({"cid":4294967295,"allocatedTill":"2026-11-21T08:00:00Z","lockedTill":"not locked"},)"
-      R"({"cid":9,"allocatedTill":"2026-11-21T08:00:30Z","lockedTill":"not locked"}]})");
+      R"({"path":")" + path_ +
+      R"(","schema_version":2,"cids":[)"
+      R"({"cid":7,"allocated_till":"2026-11-21T08:01:30Z","locked_till":"2026-11-21T08:01:00Z"},)"
+      R"({"cid":4294967295,"allocated_till":"2026-11-21T08:00:00Z","locked_till":null},)"
+      R"({"cid":9,"allocated_till":"2026-11-21T08:00:30Z","locked_till":null}]})");
   EXPECT_EQ(expected, boost::json::parse(json.out));
 
   const Quillmar::Testing::ToolRun table = Quillmar("db show " + path_);
@@ -70,7 +71,7 @@ TEST_F(DbShowCommand, LeavesFilesItCannotShowAsTheyAre) {
   Testing::ExecSql(old, "create table TimeStampReservoir(CID int, TimestampHi int, TimestampLo int);");
   const Quillmar::Testing::ToolRun run = Quillmar("db show " + old + " --json");
   ASSERT_EQ(0, run.status);
-  EXPECT_EQ(boost::json::parse(R"({"path":")" + old + R"(","schemaVersion":1,"cids":[]})"),
+  EXPECT_EQ(boost::json::parse(R"({"path":")" + old + R"(","schema_version":1,"cids":[]})"),
             boost::json::parse(run.out));
   EXPECT_EQ("1", Testing::QuerySql(old, "select count(*) from sqlite_master;")) << "not converted";
 }

@@ -1,11 +1,11 @@
 // quillmar embed and quillmar detect, run as a user runs them: separate processes, in a folder
 // holding a copy of the example configuration, its time-slot file and its logs.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
 
-#include <algorithm>
+#include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/json.hpp>
-#include <cstring>
 #include <fstream>
 #include <regex>
 
@@ -15,169 +15,329 @@
 namespace Quillmar::Testing {
 namespace {
 
-std::string ReadFile(const std::filesystem::path& path) {
+namespace fs = std::filesystem;
+namespace json = boost::json;
+
+constexpr int kWidth = 64;
+constexpr int kHeight = 36;
+constexpr std::size_t kPictureBytes = kWidth * kHeight * 3 / 2;
+constexpr char kHeader[] = "YUV4MPEG2 W64 H36 F25:1 Ip A1:1 C420jpeg\n";
+
+std::string ReadFile(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+// `count` unmarked frames of a moving texture, each with its FRAME line.
+std::string Frames(int count) {
+  std::string frames;
+  for (int frame = 0; frame < count; ++frame) {
+    frames += "FRAME\n";
+    for (std::size_t i = 0; i < kPictureBytes; ++i) {
+      frames += static_cast<char>(i < kWidth * kHeight ? 60 + (i * 7 + frame * 3) % 120 : 128);
+    }
+  }
+  return frames;
+}
+
+boost::posix_time::ptime TimeOf(const json::value& text) {
+  std::string iso(text.as_string());
+  iso.erase(std::remove(iso.begin(), iso.end(), 'Z'), iso.end());
+  return boost::posix_time::from_iso_extended_string(iso);
 }
 
 class EmbedCommand : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::filesystem::copy_file(std::filesystem::path(QUILLMAR_SOURCE_DIR) / "examples/demo.json",
-                               folder_.Path() / "channel.json");
+    fs::copy_file(fs::path(QUILLMAR_SOURCE_DIR) / "examples/demo.json",
+                  folder_.Path() / "channel.json");
   }
 
   ToolRun Embed(const std::string& arguments) {
     return RunQuillmar("embed --config channel.json --program Demo " + arguments, folder_.Path());
   }
 
-  bool ErrorLineContains(const ToolRun& run, const std::string& text) const {
-    for (const auto& line : run.ErrLines()) {
-      if (line.rfind("error: ", 0) == 0 && line.find(text) != std::string::npos) return true;
+  std::vector<json::object> Records() const {
+    std::vector<json::object> records;
+    std::ifstream file(folder_.Path() / "Logs/EncodationLog.jsonl");
+    for (std::string line; std::getline(file, line);)
+      records.push_back(json::parse(line).as_object());
+    return records;
+  }
+
+  // What quillmar db show says of `cid`.
+  json::object Row(unsigned cid) const {
+    const ToolRun show = RunQuillmar("db show quillmar-demo-timeslots.db --json", folder_.Path());
+    const json::value shown = json::parse(show.out);
+    for (const auto& row : shown.at("cids").as_array()) {
+      if (row.at("cid").to_number<unsigned>() == cid) return row.as_object();
     }
-    return false;
+    return {};
+  }
+
+  // A session that closed: its slot finalised to the seconds it embedded and no lease left,
+  // exactly one record of those seconds, its log stopped, its logger block gone.
+  void ExpectClosed(const ToolRun& run, pid_t pid) {
+    ASSERT_FALSE(run.OutLines().empty()) << run.err;
+    const json::object summary = json::parse(run.OutLines().back()).as_object();
+    EXPECT_EQ(run.status, summary.at("exit_status").to_number<int>());
+    const auto embedded = summary.at("embedded_seconds").to_number<long>();
+    const json::object row = Row(summary.at("cid").to_number<unsigned>());
+    EXPECT_TRUE(row.at("locked_till").is_null()) << json::serialize(row);
+    const auto kept = TimeOf(row.at("allocated_till")) - TimeOf(summary.at("start"));
+    EXPECT_NEAR(embedded + 1, kept.total_milliseconds() / 1000.0, 1.0) << json::serialize(row);
+    const auto records = Records();
+    ASSERT_EQ(1u, records.size());
+    EXPECT_EQ(embedded, records[0].at("EmbeddedDurationInSeconds").to_number<long>());
+    ExpectLogClosed(pid);
+  }
+
+  void ExpectLogClosed(pid_t pid) {
+    std::vector<fs::path> logs;
+    for (const auto& entry : fs::directory_iterator(folder_.Path() / "Logs")) {
+      if (entry.path().extension() == ".html") logs.push_back(entry.path());
+    }
+    ASSERT_EQ(1u, logs.size());
+    EXPECT_NE(std::string::npos, ReadFile(logs[0]).find("&gt;&gt; Stopped logging to"));
+    EXPECT_FALSE(fs::exists("/dev/shm/LoggerStateV1." + std::to_string(pid)));
   }
 
   Framework::Testing::TemporaryFolder folder_;
 };
 
-TEST_F(EmbedCommand, ASessionPrintsItsSummaryAndWritesItsRecord) {
-  const ToolRun run = Embed("--duration 2 --synthetic 64x36@25 --seconds 2 --json --meta itemid=X-1");
-  ASSERT_EQ(0, run.status) << run.err;
-  ASSERT_EQ(1u, run.OutLines().size()) << run.out;
-  const auto summary = boost::json::parse(run.OutLines().front()).as_object();
-  EXPECT_EQ(101, summary.at("cid").to_number<int>());
-  EXPECT_EQ(50, summary.at("frames").to_number<int>());
-  EXPECT_EQ(2, summary.at("embedded_seconds").to_number<int>());
-  EXPECT_EQ((2 * 30 + 23) / 24 + 61, summary.at("reserved_seconds").to_number<int>());
-  EXPECT_TRUE(std::regex_match(std::string(summary.at("start").as_string()),
-                               std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)")));
-  EXPECT_TRUE(summary.contains("average_energy"));
-
-  const auto records = ReadFile(folder_.Path() / "Logs/EncodationLog.jsonl");
-  const auto record = boost::json::parse(records.substr(0, records.find('\n'))).as_object();
-  EXPECT_EQ(101, record.at("CID").to_number<int>());
-  EXPECT_EQ("X-1", record.at("Metadata").at("itemid").as_string());
-
-  // The slot is taken: the next session gets the next CID.
-  const ToolRun next = Embed("--synthetic 64x36@25 --seconds 1 --json");
-  ASSERT_EQ(0, next.status) << next.err;
-  EXPECT_EQ(102, boost::json::parse(next.OutLines().front()).at("cid").to_number<int>());
+// Every way a session can end once it has reserved its slot closes it, with its own status.
+TEST_F(EmbedCommand, EveryWayOutClosesTheSession) {
+  enum class Feed { File, PipeHeldOpen };
+  static const struct {
+    const char* name;
+    int frames;
+    int extraBytes;  // a frame cut short after these bytes
+    Feed feed;
+    std::vector<int> signals;  // sent once the frames went through
+    bool readerLeaves;         // the reader of standard output goes after 64 kB
+    int status;
+  } cases[] = {
+      {"end of input", 75, 0, Feed::File, {}, false, 0},
+      {"input cut inside a frame", 50, 1000, Feed::File, {}, false, 7},
+      {"reader gone", 75, 0, Feed::File, {}, true, 8},
+      {"empty input", 0, 0, Feed::File, {}, false, 6},
+      {"Ctrl-C while the input stalls", 30, 0, Feed::PipeHeldOpen, {SIGINT}, false, 130},
+      {"SIGTERM", 30, 0, Feed::PipeHeldOpen, {SIGTERM}, false, 143},
+      {"SIGHUP", 30, 0, Feed::PipeHeldOpen, {SIGHUP}, false, 129},
+      {"Ctrl-C twice inside a frame", 30, 500, Feed::PipeHeldOpen, {SIGINT, SIGINT}, false, 130},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string stream = kHeader + Frames(c.frames) + Frames(1).substr(0, c.extraBytes);
+    std::vector<std::string> arguments{
+        "embed",
+        "--config",
+        "channel.json",
+        "--program",
+        "Demo",
+        "-i",
+        c.feed == Feed::File ? folder_.Write("in.y4m", stream) : "-"};
+    arguments.insert(arguments.end(), {"-o", c.readerLeaves ? "-" : "out.y4m"});
+    if (!c.readerLeaves) arguments.push_back("--json");
+    ToolProcess tool(arguments, folder_.Path(), {c.feed == Feed::PipeHeldOpen, c.readerLeaves});
+    if (c.feed == Feed::PipeHeldOpen) {
+      tool.WriteInput(stream);
+      const auto written = std::strlen(kHeader) + c.frames * (6 + kPictureBytes);
+      ASSERT_TRUE(ToolProcess::WaitUntil([&] {
+        return fs::exists(folder_.Path() / "out.y4m") &&
+               fs::file_size(folder_.Path() / "out.y4m") == written;
+      }));
+      for (std::size_t i = 0; i < c.signals.size(); ++i) {
+        tool.Signal(c.signals[i]);
+        if (i + 1 < c.signals.size()) {
+          ASSERT_TRUE(ToolProcess::WaitUntil(
+              [&] { return tool.Err().find("again to stop") != std::string::npos; }));
+        }
+      }
+    }
+    if (c.readerLeaves) {
+      tool.ReadOutput(65536);
+      tool.CloseOutput();
+    }
+    const pid_t pid = tool.Pid();
+    const ToolRun run = tool.Finish();
+    EXPECT_EQ(c.status, run.status) << run.err;
+    if (c.readerLeaves) {
+      EXPECT_NE(std::string::npos, run.err.find("cannot write to standard output: Broken pipe"))
+          << run.err;
+      const auto records = Records();
+      ASSERT_EQ(1u, records.size());
+      EXPECT_TRUE(Row(101).at("locked_till").is_null());
+      ExpectLogClosed(pid);
+    } else {
+      ExpectClosed(run, pid);
+    }
+    if (c.feed == Feed::PipeHeldOpen) {
+      EXPECT_EQ(c.frames, json::parse(run.OutLines().back()).at("frames").to_number<int>());
+      EXPECT_TRUE(json::parse(run.OutLines().back()).at("interrupted").as_bool());
+    }
+    for (const char* made : {"Logs", "quillmar-demo-timeslots.db", "out.y4m"})
+      fs::remove_all(folder_.Path() / made);
+  }
 }
 
-TEST_F(EmbedCommand, FramesGoThroughFilesAndPipes) {
-  ASSERT_EQ(0, Embed("--synthetic 64x36@25 --seconds 1 -o first.y4m").status);
-  const std::string first = ReadFile(folder_.Path() / "first.y4m");
-  const std::size_t frameBytes = std::string("FRAME\n").size() + 64 * 36 * 3 / 2;
-  const std::size_t header = first.find('\n') + 1;
-  EXPECT_EQ(0u, first.rfind("YUV4MPEG2 W64 H36 F25:1", 0));
-  EXPECT_EQ(header + 25 * frameBytes, first.size());
-
-  const ToolRun piped = Embed("-i - -o - < first.y4m");
-  ASSERT_EQ(0, piped.status) << piped.err;
-  EXPECT_EQ(first.size(), piped.out.size());
-  EXPECT_EQ(0u, piped.out.rfind("YUV4MPEG2 W64 H36 F25:1", 0));
+// A run that cannot succeed is refused before it reserves anything: no database, no record.
+TEST_F(EmbedCommand, RunsThatCannotSucceedReserveNothing) {
+  static const struct {
+    const char* arguments;
+    const char* input;  // a Y4M header written to in.y4m
+    int status;
+    const char* says;
+  } cases[] = {
+      {"--program Demo --meta itemid", kHeader, 2, "--meta takes KEY=VALUE, not itemid"},
+      {"--program Demo --json -o -", kHeader, 2, "both want standard output"},
+      {"--program Demo", "YUV4MPEG2 W64 H36 F0:0\n", 1, "lacks a frame rate above 0"},
+      {"--program Demo", "YUV4MPEG2 W64 H36\n", 1, "lacks a frame rate above 0"},
+      {"--program Demo", "YUV4MPEG2 W99999999999999999999 H36 F25:1\n", 1,
+       "W99999999999999999999 is not a whole number"},
+      {"--program Demo", "YUV4MPEG2 W100000 H100000 F25:1\n", 1, "from 1 to 16384"},
+      {"--program Demo", "\x01\x02GIF89a\n", 1, "it begins with \"\\x01\\x02GIF89a\""},
+      {"--program Demo", "YUV4MPEG2 W64 H36 F25:1 Cmono\n", 1, "Cmono is not supported"},
+      {"--program Demo -o /dev/full", kHeader, 1,
+       "cannot write to /dev/full: No space left on device"},
+      {"--program Nope", kHeader, 3, "program Nope is not in channel.json"},
+  };
+  ::setenv("QUILLMAR_LICENSE_INVALID", "1", 1);
+  const ToolRun unlicensed = Embed("--synthetic 64x36@25 --seconds 1");
+  ::unsetenv("QUILLMAR_LICENSE_INVALID");
+  EXPECT_EQ(5, unlicensed.status);
+  EXPECT_NE(std::string::npos,
+            unlicensed.err.find("error: The licence of QuillmarBasebandSDK 1.0 is not valid."));
+  EXPECT_FALSE(fs::exists(folder_.Path() / "quillmar-demo-timeslots.db"));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.arguments + std::string(" ") + c.input);
+    folder_.Write("in.y4m", c.input + Frames(25));
+    const ToolRun run = RunQuillmar(
+        std::string("embed --config channel.json -i in.y4m ") + c.arguments, folder_.Path());
+    EXPECT_EQ(c.status, run.status);
+    EXPECT_NE(std::string::npos, run.err.find(c.says)) << run.err;
+    EXPECT_FALSE(fs::exists(folder_.Path() / "quillmar-demo-timeslots.db"));
+    EXPECT_FALSE(fs::exists(folder_.Path() / "Logs/EncodationLog.jsonl"));
+  }
 }
 
-TEST_F(EmbedCommand, FailuresExitWithTheirStatusAndTheListenersText) {
-  const ToolRun unknownProgram =
-      RunQuillmar("embed --config channel.json --program Nope --synthetic 64x36@25", folder_.Path());
-  EXPECT_EQ(3, unknownProgram.status);
-  EXPECT_NE(std::string::npos, unknownProgram.err.find("program Nope is not in channel.json"));
-
-  const ToolRun missingConfig =
-      RunQuillmar("embed --config absent.json --program Demo --synthetic 64x36@25", folder_.Path());
-  EXPECT_EQ(3, missingConfig.status);
-
-  // A shared database path that names a folder: every allocation attempt fails.
+// A shared database path that names a folder: every allocation attempt fails.
+TEST_F(EmbedCommand, NoTimeSlotIsItsOwnFailure) {
   std::string text = ReadFile(folder_.Path() / "channel.json");
   text.replace(text.find("quillmar-demo-timeslots.db"), std::strlen("quillmar-demo-timeslots.db"),
                "blocked");
-  std::ofstream(folder_.Path() / "channel.json", std::ios::binary | std::ios::trunc) << text;
-  std::filesystem::create_directory(folder_.Path() / "blocked");
+  folder_.Write("channel.json", text);
+  fs::create_directory(folder_.Path() / "blocked");
   ASSERT_EQ(0, RunQuillmar("config sign channel.json", folder_.Path()).status);
-  const ToolRun noSlot = Embed("--synthetic 64x36@25 --seconds 1");
+  const ToolRun noSlot = Embed("--synthetic 64x36@25 --seconds 1 --json");
   EXPECT_EQ(4, noSlot.status);
-  EXPECT_TRUE(ErrorLineContains(
-      noSlot, "QuillmarBasebandSDKChannel::AllocateEmbeddingTimeslot - error in accessing shared database."))
-      << noSlot.err;
-
-  EXPECT_EQ(1, Embed("--synthetic 64x36@25 --json -o -").status);
+  EXPECT_EQ(4, json::parse(noSlot.out).at("exit_status").to_number<int>());
+  EXPECT_NE(std::string::npos,
+            noSlot.err.find("error: QuillmarBasebandSDKChannel::AllocateEmbeddingTimeslot - "
+                            "error in accessing shared database."));
 }
 
-TEST_F(EmbedCommand, AnInvalidLicenceIsReportedWithItsOwnStatus) {
-  ::setenv("QUILLMAR_LICENSE_INVALID", "1", 1);
-  const ToolRun run = Embed("--synthetic 64x36@25 --seconds 1");
-  ::unsetenv("QUILLMAR_LICENSE_INVALID");
-  EXPECT_EQ(5, run.status);
-  EXPECT_TRUE(ErrorLineContains(run, "The licence of QuillmarBasebandSDK 1.0 is not valid.")) << run.err;
+// A relative shared database lies beside the configuration, wherever the tool runs from, and the
+// records go beside the log.
+TEST_F(EmbedCommand, ARelativeDatabaseIsOneDatabaseFromEveryFolder) {
+  fs::create_directory(folder_.Path() / "elsewhere");
+  const ToolRun here = Embed("--synthetic 64x36@25 --seconds 2 --json");
+  const ToolRun there = RunQuillmar(
+      "embed --config ../channel.json --program Demo --synthetic "
+      "64x36@25 --seconds 2 --json",
+      folder_.Path() / "elsewhere");
+  ASSERT_EQ(0, here.status) << here.err;
+  ASSERT_EQ(0, there.status) << there.err;
+  EXPECT_FALSE(fs::exists(folder_.Path() / "elsewhere/quillmar-demo-timeslots.db"));
+  EXPECT_FALSE(fs::exists(folder_.Path() / "elsewhere/Logs"));
+  EXPECT_EQ(2u, Records().size());
+  EXPECT_EQ(101, json::parse(here.out).at("cid").to_number<int>());
+  EXPECT_EQ(102, json::parse(there.out).at("cid").to_number<int>());
 }
 
 // What quillmar embed marked, quillmar detect reads back: the CID and the times of the slot the
-// database reserved, one second after another.
-TEST_F(EmbedCommand, DetectReadsBackTheReservedSlot) {
+// database reserved, one second after another. Embedding the marked file again pauses at once.
+TEST_F(EmbedCommand, DetectReadsBackTheReservedSlotAndAPriorMarkPausesEmbedding) {
   const ToolRun embed = Embed("--duration 4 --synthetic 320x180@25 --seconds 4 -o marked.y4m --json");
   ASSERT_EQ(0, embed.status) << embed.err;
-  const auto summary = boost::json::parse(embed.OutLines().front()).as_object();
-  std::string start(summary.at("start").as_string());  // 2026-11-21T09:01:20.733Z
-  start = start.substr(0, 19);
-  start.erase(std::remove_if(start.begin(), start.end(), [](char c) { return c == '-' || c == ':' || c == 'T'; }),
-              start.end());
+  const auto summary = json::parse(embed.out).as_object();
 
   const ToolRun detect = RunQuillmar("detect -i marked.y4m --json", folder_.Path());
   ASSERT_EQ(0, detect.status) << detect.err;
-  std::vector<std::string> timestamps;
+  std::vector<std::string> times;
   for (const auto& line : detect.OutLines()) {
-    const auto event = boost::json::parse(line).as_object();
+    const auto event = json::parse(line).as_object();
     if (!event.contains("cid")) continue;
-    EXPECT_EQ(summary.at("cid").to_number<int>(), event.at("cid").to_number<int>());
-    timestamps.emplace_back(event.at("timestamp").as_string());
+    EXPECT_EQ(summary.at("cid"), event.at("cid"));
+    times.emplace_back(event.at("time").as_string());
   }
-  ASSERT_GE(timestamps.size(), 3u) << detect.out;
-  EXPECT_EQ(start, timestamps.front());
-  for (std::size_t i = 1; i < timestamps.size(); ++i) {
-    EXPECT_LT(timestamps[i - 1], timestamps[i]) << "time stamps advance";
-  }
-}
+  ASSERT_GE(times.size(), 3u) << detect.out;
+  EXPECT_EQ(std::string(summary.at("start").as_string()).substr(0, 19) + "Z", times.front());
+  EXPECT_TRUE(std::is_sorted(times.begin(), times.end()));
+  EXPECT_NE(std::string::npos, detect.err.find("seconds decoded in 100 frames (4.0 s of video)"));
 
-// Frames of a Y4M file of 4:2:0 pictures `width` x `height`, each without its FRAME line.
-std::vector<std::string> Y4mFrames(const std::string& file, std::size_t width, std::size_t height) {
-  const std::size_t pictureBytes = width * height * 3 / 2;
-  const std::string marker = "FRAME\n";
-  std::vector<std::string> frames;
-  for (std::size_t at = file.find('\n') + 1; at + marker.size() + pictureBytes <= file.size();
-       at += marker.size() + pictureBytes) {
-    EXPECT_EQ(marker, file.substr(at, marker.size()));
-    frames.push_back(file.substr(at + marker.size(), pictureBytes));
-  }
-  return frames;
-}
-
-// A marked file embedded again: the detector sees the mark within the first frames, and from then
-// on the embedder passes the frames through as they are.
-TEST_F(EmbedCommand, AMarkedFileEmbeddedAgainPassesThroughUnchanged) {
-  const ToolRun embed = Embed("--duration 4 --synthetic 320x180@25 --seconds 3 -o marked.y4m --json");
-  ASSERT_EQ(0, embed.status) << embed.err;
   const ToolRun again = Embed("--duration 4 -i marked.y4m -o remarked.y4m --json");
-  ASSERT_EQ(0, again.status) << again.err;
-  EXPECT_NE(std::string::npos, again.err.find("Prior watermark found - embedding pending.")) << again.err;
-
-  const auto marked = Y4mFrames(ReadFile(folder_.Path() / "marked.y4m"), 320, 180);
-  const auto remarked = Y4mFrames(ReadFile(folder_.Path() / "remarked.y4m"), 320, 180);
-  ASSERT_EQ(75u, marked.size());
-  ASSERT_EQ(marked.size(), remarked.size());
-  std::size_t changed = 0;
-  for (std::size_t frame = 0; frame < marked.size(); ++frame) {
-    if (marked[frame] != remarked[frame]) ++changed;
-  }
-  EXPECT_LE(changed, 2u) << "frames marked over before embedding paused";
+  ASSERT_EQ(6, again.status) << again.err;
+  EXPECT_NE(std::string::npos, again.err.find("Prior watermark found - embedding pending."));
+  const auto remarked = json::parse(again.out).as_object();
+  EXPECT_LE(remarked.at("embedded_frames").to_number<int>(), 2)
+      << "frames marked over before the pause";
+  EXPECT_EQ(summary.at("cid"), remarked.at("prior_watermark").at("cid"));
+  EXPECT_GE(remarked.at("prior_watermark").at("seconds").to_number<int>(), 1);
+  const std::string marked = ReadFile(folder_.Path() / "marked.y4m");
+  const std::string passed = ReadFile(folder_.Path() / "remarked.y4m");
+  const std::size_t frameBytes = 6 + 320 * 180 * 3 / 2;
+  ASSERT_EQ(marked.size(), passed.size());
+  EXPECT_EQ(marked.substr(marked.size() - 70 * frameBytes),
+            passed.substr(passed.size() - 70 * frameBytes));
 }
 
-TEST(DetectCommand, FindsNoWatermarkInUnmarkedVideo) {
+TEST_F(EmbedCommand, DetectExitsAsGrepDoes) {
+  const ToolRun unmarked =
+      RunQuillmar("detect --synthetic 160x90@25 --seconds 2 --json", folder_.Path());
+  EXPECT_EQ(1, unmarked.status) << unmarked.err;
+  EXPECT_EQ("", unmarked.out);
+  EXPECT_NE(std::string::npos,
+            unmarked.err.find("fewer than about 3 s of video cannot be decoded"));
+  EXPECT_EQ(2, RunQuillmar("detect -i absent.y4m", folder_.Path()).status);
+}
+
+// The stream's own header passes through: interlace, chroma siting, aspect ratio and X tags.
+TEST_F(EmbedCommand, TheStreamHeaderPassesThroughUnchanged) {
+  const std::string make =
+      "ffmpeg -loglevel error -f lavfi -i testsrc2=size=320x180:rate=25 -t 2 "
+      "-vf setfield=tff -color_range pc -chroma_sample_location left "
+      "-pix_fmt yuv420p -f yuv4mpegpipe -y in.y4m";
+  ASSERT_EQ(0, std::system(("cd " + Quoted(folder_.Path().string()) + " && " + make).c_str()));
+  const std::string header = ReadFile(folder_.Path() / "in.y4m").substr(0, 200);
+  ASSERT_NE(std::string::npos, header.find("C420mpeg2")) << header;
+  ASSERT_NE(std::string::npos, header.find("XCOLORRANGE=FULL")) << header;
+  ASSERT_EQ(0, Embed("-i in.y4m -o out.y4m").status);
+  const std::string passed = ReadFile(folder_.Path() / "out.y4m").substr(0, 200);
+  EXPECT_EQ(header.substr(0, header.find('\n')), passed.substr(0, passed.find('\n')));
+  const auto probed = [&](const char* file) {
+    return RunCommand("ffprobe -v error -show_entries stream=field_order,color_range -of csv=p=0 " +
+                          std::string(file),
+                      folder_.Path())
+        .out;
+  };
+  EXPECT_EQ(probed("in.y4m"), probed("out.y4m"));
+  EXPECT_NE(std::string::npos, probed("out.y4m").find("pc")) << probed("out.y4m");
+}
+
+TEST(QuillmarCommandLine, UsageVersionAndHelp) {
   const Framework::Testing::TemporaryFolder folder;
-  const ToolRun run = RunQuillmar("detect --synthetic 160x90@25 --seconds 2 --json", folder.Path());
-  EXPECT_EQ(0, run.status) << run.err;
-  EXPECT_EQ("", run.out);
+  for (const char* wrong : {"bogus", "", "embed --duration x", "detect"}) {
+    EXPECT_EQ(2, RunQuillmar(wrong, folder.Path()).status) << wrong;
+  }
+  const ToolRun version = RunQuillmar("--version", folder.Path());
+  EXPECT_EQ(0, version.status);
+  EXPECT_TRUE(
+      std::regex_search(version.out, std::regex("^QuillmarBasebandSDK \\d+\\.\\d+\\.\\d+")));
+  const ToolRun help = RunQuillmar("embed --help", folder.Path());
+  EXPECT_EQ(0, help.status);
+  EXPECT_NE(std::string::npos, help.out.find("--duration UINT=0")) << help.out;
+  EXPECT_NE(std::string::npos, help.out.find("128+N stopped by signal N")) << help.out;
 }
 
 }  // namespace

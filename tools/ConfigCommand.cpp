@@ -3,7 +3,9 @@
 //
 //   check FILE            exit 0 and the checksum text on the first line of standard output, or
 //                         exit 1 and the reader's error text as the last line of standard error
-//   sign FILE [-o OUT]    writes FILE (or OUT) with the correct checksum, other bytes unchanged
+//                         (after where the text stops being JSON, for a file that is not)
+//   sign FILE [-o OUT]    writes FILE (or OUT) with the correct checksum, other bytes unchanged;
+//                         only what check then accepts, unless --force
 //   show ROOT_OR_FILE     the shared database and a table of the programs (--json: as JSON)
 #include <boost/json.hpp>
 #include <filesystem>
@@ -14,9 +16,12 @@
 
 #include "config/ConfigurationReader.h"
 #include "config/ConfigurationSigner.h"
+#include "config/JsonDocument.h"
+#include "config/LineForm.h"
 #include "config/QuillmarBasebandConfigurationState.h"
 #include "tools/CommandRegistry.h"
 #include "tools/ExitStatus.h"
+#include "tools/JsonOutput.h"
 
 namespace Quillmar::Tools {
 namespace {
@@ -30,6 +35,8 @@ struct ConfigOptions {
   std::string file;
   std::string output;
   bool json = false;
+  bool force = false;     // sign even what the reader then refuses
+  bool lineForm = false;  // sign text that is not JSON as the line-oriented form
 };
 
 void Fail(const std::string& text) {
@@ -37,9 +44,25 @@ void Fail(const std::string& text) {
   SetExitStatus(1);
 }
 
+// Says where a file that should be JSON stops being JSON: the reader takes such text for the
+// line-oriented form, whose check then fails.
+void ExplainNonJson(const std::string& file) {
+  std::string bytes;
+  QuillmarBasebandSDK::JsonDocument document;
+  QuillmarBasebandSDK::JsonSyntaxError syntax;
+  if (QuillmarBasebandSDK::IsLineFormName(file) || !ConfigurationReader::ReadFile(file, bytes) ||
+      QuillmarBasebandSDK::ParseJsonDocument(bytes, document, &syntax)) {
+    return;
+  }
+  std::cerr << file << " is not valid JSON: " << syntax.Text() << std::endl;
+}
+
 void Check(const ConfigOptions& options) {
   ConfigurationReader reader(options.file);
-  if (!reader.Load(kCheckChecksum)) return Fail(reader.ErrorText());
+  if (!reader.Load(kCheckChecksum)) {
+    ExplainNonJson(options.file);
+    return Fail(reader.ErrorText());
+  }
   std::cout << reader.Settings().checksumText << std::endl;
 }
 
@@ -51,8 +74,16 @@ void Sign(const ConfigOptions& options) {
   }
   std::string signedBytes;
   std::string error;
-  if (!QuillmarBasebandSDK::SignConfiguration(bytes, options.file, output, signedBytes, error)) {
+  if (!QuillmarBasebandSDK::SignConfiguration(bytes, options.file, output, options.lineForm,
+                                              signedBytes, error)) {
     return Fail("quillmar config sign: " + options.file + ": " + error);
+  }
+  ConfigurationReader reader(output);
+  if (!reader.LoadBytes(signedBytes, kCheckChecksum) && !options.force) {
+    return Fail(
+        "quillmar config sign: not signed, the configuration is not valid (--force signs "
+        "it anyway): " +
+        reader.ErrorText());
   }
   std::ofstream file(output, std::ios::binary | std::ios::trunc);
   if (!(file << signedBytes) || !file.flush()) {
@@ -103,21 +134,22 @@ void ShowJson(const ConfigurationReader& reader) {
     programs.push_back(boost::json::object{
         {"index", i},
         {"name", entry.name},
-        {"contentType", QuillmarBasebandSDK::ContentTypeName(entry.contentType)},
+        {"content_type", QuillmarBasebandSDK::ContentTypeName(entry.contentType)},
         {"eids", boost::json::value_from(entry.vwm.eids)},
-        {"globalDepth", entry.vwm.globalDepth},
-        {"maxLocalDepth", entry.vwm.maxLocalDepth},
-        {"payloadRate", PayloadRate(entry)},
-        {"metadataFields", std::move(fields)},
+        {"global_depth", entry.vwm.globalDepth},
+        {"max_local_depth", entry.vwm.maxLocalDepth},
+        {"payload_rate", PayloadRate(entry)},
+        {"metadata_fields", std::move(fields)},
     });
   }
-  const boost::json::object shown{
-      {"configuration", reader.Source()},
-      {"checksum", settings.checksumText},
-      {"sharedDatabase", settings.hasSharedDatabase ? settings.sharedDatabase : ""},
-      {"programs", std::move(programs)},
-  };
-  std::cout << boost::json::serialize(shown) << std::endl;
+  PrintJson(std::cout, boost::json::object{
+                           {"configuration", reader.Source()},
+                           {"checksum", settings.checksumText},
+                           {"shared_database", settings.hasSharedDatabase
+                                                   ? boost::json::value(settings.sharedDatabase)
+                                                   : boost::json::value(nullptr)},
+                           {"programs", std::move(programs)},
+                       });
 }
 
 void Show(const ConfigOptions& options) {
@@ -152,6 +184,9 @@ void AddConfigCommands(CLI::App& app) {
   CLI::App* sign = config->add_subcommand("sign", "Write FILE with its correct checksum");
   sign->add_option("FILE", options->file, "configuration file")->required();
   sign->add_option("-o,--output", options->output, "write here instead of over FILE");
+  sign->add_flag("--force", options->force, "sign even a configuration that is not valid");
+  sign->add_flag("--line-form", options->lineForm,
+                 "sign text that is not JSON as the line-oriented form (.cfg and .ccf files are)");
   sign->callback([options] { Guarded("sign", [&] { Sign(*options); }); });
 
   CLI::App* show = config->add_subcommand("show", "Show the shared database and the programs");

@@ -11,6 +11,7 @@
 #include "database/TimeSlotSchema.h"
 #include "tools/CommandRegistry.h"
 #include "tools/ExitStatus.h"
+#include "tools/JsonOutput.h"
 
 namespace Quillmar::Tools {
 namespace {
@@ -46,16 +47,20 @@ std::string LockedTillText(const CID_Timestamp_Lock_Record& slot) {
                                        : EmbedderDatabaseV2::SystemTimeToString(&slot.LockedTill);
 }
 
-void PrintJson(const std::string& path, const Snapshot& snapshot) {
+void PrintJsonSnapshot(const std::string& path, const Snapshot& snapshot) {
   boost::json::array cids;
   for (const auto& slot : snapshot.slots) {
-    cids.push_back({{"cid", slot.CID},
-                    {"allocatedTill", EmbedderDatabaseV2::SystemTimeToString(&slot.Timestamp)},
-                    {"lockedTill", LockedTillText(slot)}});
+    const bool locked = slot.LockedTill.wYear != 1601;
+    cids.push_back(boost::json::object{
+        {"cid", slot.CID},
+        {"allocated_till", EmbedderDatabaseV2::SystemTimeToString(&slot.Timestamp)},
+        {"locked_till",
+         locked ? boost::json::value(EmbedderDatabaseV2::SystemTimeToString(&slot.LockedTill))
+                : boost::json::value(nullptr)}});
   }
-  const boost::json::object document{
-      {"path", path}, {"schemaVersion", snapshot.version}, {"cids", std::move(cids)}};
-  std::cout << boost::json::serialize(document) << std::endl;
+  PrintJson(std::cout,
+            boost::json::object{
+                {"path", path}, {"schema_version", snapshot.version}, {"cids", std::move(cids)}});
 }
 
 void PrintText(const std::string& path, const Snapshot& snapshot) {
@@ -90,7 +95,7 @@ void AddDbCommands(CLI::App& app) {
     try {
       const Snapshot snapshot = ReadSnapshot(*path);
       if (*json) {
-        PrintJson(*path, snapshot);
+        PrintJsonSnapshot(*path, snapshot);
       } else {
         PrintText(*path, snapshot);
       }

@@ -1,20 +1,25 @@
 // quillmar detect: runs the detector plug-in alone, as the framework runs it inside a channel, over
 // a Y4M stream or the synthetic source, and prints every detection and every change of presence.
+// Exits as grep does: 0 when a watermark was decoded, 1 when none was, 2 on an error.
 #include <boost/json.hpp>
 #include <iomanip>
 #include <iostream>
+#include <sstream>
 
 #include "events/LumensealBasebandDetectorPlugin.h"
 #include "events/VWMDetectionEvent.h"
 #include "events/WatermarkTime.h"
 #include "framework/Licenser.h"
 #include "framework/PluginRegistry.h"
+#include "framework/platform/StopRequests.h"
+#include "framework/platform/StreamFile.h"
 #include "plugins/detector/include/CBasebandWMDetection.h"
 #include "plugins/detector/include/LSNDetection.h"
 #include "tools/ChannelLibrary.h"
 #include "tools/CommandRegistry.h"
 #include "tools/ExitStatus.h"
 #include "tools/FrameInput.h"
+#include "tools/JsonOutput.h"
 
 namespace Quillmar::Tools {
 namespace {
@@ -22,6 +27,8 @@ namespace {
 constexpr char kProductName[] = "QuillmarBasebandSDK";
 constexpr char kDetectorClass[] = "LumensealBasebandDetectorPlugin";
 constexpr char kDetectorInstance[] = "LumensealDetector";
+// The detector needs a few whole seconds of marked video to lock on.
+constexpr double kSecondsToDecode = 3.0;
 
 struct DetectOptions {
   FrameInputOptions input;
@@ -49,12 +56,11 @@ class DetectionPrinter {
     ++detections_;
     const std::string timestamp = Framework::WatermarkTime::Digits(detection.timestamp);
     if (json_) {
-      std::cout << boost::json::serialize(boost::json::object{
-                       {"cid", detection.cid},
-                       {"timestamp", timestamp},
-                       {"quality", detection.quality},
-                       {"media_time", detection.mediaDetectionTimestamp}})
-                << std::endl;
+      PrintJson(std::cout, boost::json::object{{"cid", detection.cid},
+                                               {"time", WatermarkIsoTime(detection.timestamp)},
+                                               {"timestamp", timestamp},
+                                               {"quality", detection.quality},
+                                               {"media_time", detection.mediaDetectionTimestamp}});
       return;
     }
     std::cout << "CID " << detection.cid << "  time " << timestamp << "  quality " << std::fixed
@@ -64,9 +70,8 @@ class DetectionPrinter {
 
   void Print(const CBasebandWMDetection& presence) {
     if (json_) {
-      std::cout << boost::json::serialize(boost::json::object{
-                       {"presence", presence.state}, {"media_time", presence.mediaDetectionTimestamp}})
-                << std::endl;
+      PrintJson(std::cout, boost::json::object{{"presence", presence.state},
+                                               {"media_time", presence.mediaDetectionTimestamp}});
       return;
     }
     std::cout << (presence.state == CBasebandWMDetection::kPresent ? "watermark present" : "watermark gone")
@@ -98,7 +103,29 @@ std::unique_ptr<Framework::ProcessorBase> CreateDetector(const ChannelLibrary& l
   return detector;
 }
 
-int RunDetection(const DetectOptions& options) {
+// What a detection run read, and how it ended.
+struct DetectionRun {
+  std::uint64_t frames = 0;
+  double seconds = 0.0;
+  int detections = 0;
+  bool interrupted = false;
+};
+
+// "12 seconds decoded in 250 frames (10.0 s of video)", with a hint when the video was too short
+// to decode anything.
+std::string SummaryLine(const DetectionRun& run) {
+  std::ostringstream line;
+  line << run.detections << " seconds decoded in " << run.frames << " frames (" << std::fixed
+       << std::setprecision(1) << run.seconds << " s of video)";
+  if (run.interrupted) line << "; interrupted";
+  if (run.detections == 0 && run.seconds < kSecondsToDecode) {
+    line << "; fewer than about " << std::defaultfloat << kSecondsToDecode
+         << " s of video cannot be decoded";
+  }
+  return line.str();
+}
+
+DetectionRun RunDetection(const DetectOptions& options) {
   auto input = OpenFrameInput(options.input);
   ChannelLibrary library;
   auto detector = CreateDetector(library);
@@ -111,10 +138,20 @@ int RunDetection(const DetectOptions& options) {
     throw std::runtime_error("the detector plug-in did not start");
   }
   Framework::Frame frame(input->Format());
-  while (input->Next(frame)) detector->DeliverFrame(&frame);
+  DetectionRun run;
+  try {
+    while (Framework::StopRequests::Count() == 0 && input->Next(frame)) {
+      detector->DeliverFrame(&frame);
+      ++run.frames;
+    }
+  } catch (const Framework::StreamInterrupted&) {
+  }
+  run.interrupted = Framework::StopRequests::Count() > 0;
   detector->StopProcessor();
   detector->DeinitProcessor();
-  return printer.Detections();
+  run.seconds = static_cast<double>(run.frames) / input->Format().GetFrameRate();
+  run.detections = printer.Detections();
+  return run;
 }
 
 void AddDetectCommand(CLI::App& app) {
@@ -123,12 +160,18 @@ void AddDetectCommand(CLI::App& app) {
   AddFrameInputOptions(*command, options->input);
   command->add_flag("--json", options->json, "One JSON object per line");
   command->callback([options] {
+    Framework::StopRequests::Install();
     try {
-      const int detections = RunDetection(*options);
-      if (!options->json) std::cerr << detections << " seconds decoded" << std::endl;
+      const DetectionRun run = RunDetection(*options);
+      std::cerr << SummaryLine(run) << std::endl;
+      if (run.interrupted) {
+        SetExitStatus(kExitSignalBase + Framework::StopRequests::FirstSignal());
+      } else {
+        SetExitStatus(run.detections > 0 ? kDetectFound : kDetectNothing);
+      }
     } catch (const std::exception& error) {
       std::cerr << "quillmar detect: " << error.what() << std::endl;
-      SetExitStatus(1);
+      SetExitStatus(kDetectError);
     }
   });
 }

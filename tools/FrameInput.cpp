@@ -8,34 +8,20 @@
 namespace Quillmar::Tools {
 namespace {
 
-// A Y4M source that owns the file it reads.
+// A Y4M source that owns the stream it reads.
 class Y4mFileSource : public FrameSource {
  public:
   explicit Y4mFileSource(const std::string& path)
-      : file_(path == "-" ? stdin : std::fopen(path.c_str(), "rb")), owned_(path != "-") {
-    if (file_ == nullptr) throw std::runtime_error("cannot open " + path);
-    try {
-      reader_ = std::make_unique<Y4mReader>(file_);
-    } catch (...) {
-      Close();
-      throw;
-    }
-  }
-  ~Y4mFileSource() override { Close(); }
-  Y4mFileSource(const Y4mFileSource&) = delete;
-  Y4mFileSource& operator=(const Y4mFileSource&) = delete;
+      : stream_(path, Framework::StreamFile::Mode::Read), reader_(stream_) {}
 
-  const Framework::VideoFormatInfo& Format() const override { return reader_->Format(); }
-  bool Next(Framework::Frame& frame) override { return reader_->Next(frame); }
+  const Framework::VideoFormatInfo& Format() const override { return reader_.Format(); }
+  bool Next(Framework::Frame& frame) override { return reader_.Next(frame); }
+  std::uint64_t ExpectedFrames() const override { return reader_.ExpectedFrames(); }
+  std::vector<std::string> Y4mParameters() const override { return reader_.Y4mParameters(); }
 
  private:
-  void Close() {
-    if (owned_) std::fclose(file_);
-  }
-
-  std::FILE* file_;
-  bool owned_;
-  std::unique_ptr<Y4mReader> reader_;
+  Framework::StreamFile stream_;
+  Y4mReader reader_;
 };
 
 }  // namespace
@@ -64,21 +50,6 @@ std::unique_ptr<FrameSource> OpenFrameInput(const FrameInputOptions& options) {
     return std::make_unique<SyntheticSource>(options.synthetic, options.seconds);
   }
   return std::make_unique<Y4mFileSource>(options.path);
-}
-
-OutputStream::OutputStream(const std::string& path) {
-  if (path.empty()) return;
-  if (path == "-") {
-    stream_ = stdout;
-    return;
-  }
-  stream_ = std::fopen(path.c_str(), "wb");
-  if (stream_ == nullptr) throw std::runtime_error("cannot create " + path);
-  owned_ = true;
-}
-
-OutputStream::~OutputStream() {
-  if (owned_) std::fclose(stream_);
 }
 
 }  // namespace Quillmar::Tools

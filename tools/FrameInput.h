@@ -3,7 +3,6 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -23,24 +22,8 @@ struct FrameInputOptions {
 // Adds -i/--input, --synthetic and --seconds to `command`; exactly one of -i and --synthetic.
 void AddFrameInputOptions(CLI::App& command, FrameInputOptions& options);
 
-// Opens the input the options name. Throws std::runtime_error when it cannot be opened or read.
+// Opens the input the options name and reads its header. Throws std::runtime_error when it
+// cannot be opened or its header is not one a channel can take.
 std::unique_ptr<FrameSource> OpenFrameInput(const FrameInputOptions& options);
-
-// A stream to write to: a file, standard output for "-", nothing for "". Closes a file it opened.
-class OutputStream {
- public:
-  // Throws std::runtime_error when the file cannot be created.
-  explicit OutputStream(const std::string& path);
-  ~OutputStream();
-  OutputStream(const OutputStream&) = delete;
-  OutputStream& operator=(const OutputStream&) = delete;
-
-  // The stream, or null when there is no output.
-  std::FILE* Get() const { return stream_; }
-
- private:
-  std::FILE* stream_ = nullptr;
-  bool owned_ = false;
-};
 
 }  // namespace Quillmar::Tools

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "framework/Frame.h"
 #include "framework/VideoFormatInfo.h"
@@ -21,6 +23,10 @@ class FrameSource {
 
   // How many frames the source will give; 0 when it cannot tell.
   virtual std::uint64_t ExpectedFrames() const { return 0; }
+
+  // The parameters of the Y4M stream the frames come from, to be passed on as they stand; none
+  // for a source that is not a Y4M stream.
+  virtual std::vector<std::string> Y4mParameters() const { return {}; }
 };
 
 }  // namespace Quillmar::Tools

@@ -1,20 +1,19 @@
-// A host listener that prints every report of the channel as one line, and keeps what a summary
-// needs: the number of errors and the mean of the energies reported while embedding.
-// Reports arrive on the control and the processing thread; the counters are atomic and each line
-// is written whole.
+// A host listener that writes every report of the channel as one line on the console: errors,
+// warnings, notices and detections always, energy reports only when verbose. Keeps the number of
+// errors. Reports arrive on the control and the processing thread.
 #pragma once
 
 #include <atomic>
-#include <mutex>
-#include <ostream>
+#include <string>
 
 #include "channel/QuillmarBasebandEmbedderListener.h"
+#include "tools/Console.h"
 
 namespace Quillmar::Tools {
 
 class ReportingListener : public Framework::QuillmarBasebandEmbedderListener {
  public:
-  explicit ReportingListener(std::ostream& stream) : stream_(stream) {}
+  ReportingListener(Console& console, bool verbose) : console_(console), verbose_(verbose) {}
 
   void OnEmbeddingReport(float averageEnergy, bool embedding) override;
   void OnError(const char* message) override;
@@ -24,17 +23,11 @@ class ReportingListener : public Framework::QuillmarBasebandEmbedderListener {
                    double quality) override;
 
   int ErrorCount() const { return errors_; }
-  // The mean of the energies reported while embedding; 0 when there were none.
-  double AverageEnergy() const;
 
  private:
-  void Print(const std::string& line);
-
-  std::ostream& stream_;
-  mutable std::mutex mutex_;
+  Console& console_;
+  const bool verbose_;
   std::atomic<int> errors_{0};
-  double energySum_ = 0.0;  // Guarded by mutex_
-  int energyCount_ = 0;     // Guarded by mutex_
 };
 
 }  // namespace Quillmar::Tools

@@ -1,11 +1,14 @@
 #include "tools/Y4mWriter.h"
 
 #include <cmath>
-#include <stdexcept>
+#include <cstring>
 #include <string>
 
 namespace Quillmar::Tools {
 namespace {
+
+constexpr char kFrameLine[] = "FRAME\n";
+constexpr int kGiveWayAt = 2;  // a stop request lets the frame in progress out; the second not
 
 const char* ColourSpace(Framework::PixelLayout layout) {
   switch (layout) {
@@ -14,10 +17,6 @@ const char* ColourSpace(Framework::PixelLayout layout) {
     case Framework::PixelLayout::Yuv444P8: return "444";
   }
   return "420jpeg";
-}
-
-void Check(bool written) {
-  if (!written) throw std::runtime_error("cannot write the Y4M stream");
 }
 
 }  // namespace
@@ -31,23 +30,37 @@ std::string Y4mWriter::FrameRateParameter(double frameRate) {
   return std::to_string(static_cast<long>(std::round(frameRate))) + ":1";
 }
 
-Y4mWriter::Y4mWriter(std::FILE* stream, const Framework::VideoFormatInfo& format)
+std::vector<std::string> Y4mWriter::DefaultParameters(const Framework::VideoFormatInfo& format) {
+  return {"W" + std::to_string(format.GetWidth()),
+          "H" + std::to_string(format.GetHeight()),
+          "F" + FrameRateParameter(format.GetFrameRate()),
+          "Ip",
+          "A1:1",
+          std::string("C") + ColourSpace(format.GetPixelLayout())};
+}
+
+Y4mWriter::Y4mWriter(Framework::StreamFile& stream, const Framework::VideoFormatInfo& format,
+                     const std::vector<std::string>& parameters)
     : stream_(stream), format_(format) {
-  Check(std::fprintf(stream_, "YUV4MPEG2 W%d H%d F%s Ip A1:1 C%s\n", format.GetWidth(),
-                     format.GetHeight(), FrameRateParameter(format.GetFrameRate()).c_str(),
-                     ColourSpace(format.GetPixelLayout())) > 0);
+  std::string header = "YUV4MPEG2";
+  for (const std::string& parameter : parameters.empty() ? DefaultParameters(format) : parameters) {
+    header += ' ' + parameter;
+  }
+  header += '\n';
+  stream_.Write(header.data(), header.size(), kGiveWayAt);
 }
 
 void Y4mWriter::Write(const Framework::Frame& frame) {
-  Check(std::fputs("FRAME\n", stream_) >= 0);
+  frameBytes_.assign(kFrameLine, kFrameLine + std::strlen(kFrameLine));
   for (int plane = 0; plane < Framework::VideoFormatInfo::kPlaneCount; ++plane) {
     const auto width = static_cast<std::size_t>(format_.GetPlaneWidth(plane));
     for (int y = 0; y < format_.GetPlaneHeight(plane); ++y) {
       const std::uint8_t* row =
           frame.GetPlane(plane) + static_cast<std::ptrdiff_t>(y) * frame.GetPitch(plane);
-      Check(std::fwrite(row, 1, width, stream_) == width);
+      frameBytes_.insert(frameBytes_.end(), row, row + width);
     }
   }
+  stream_.Write(frameBytes_.data(), frameBytes_.size(), kGiveWayAt);
 }
 
 }  // namespace Quillmar::Tools

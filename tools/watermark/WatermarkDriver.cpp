@@ -22,22 +22,16 @@
 
 namespace {
 
-// The frame rate assumed when the stream names none.
-constexpr double kAssumedFrameRate = 25.0;
-
-double FrameRateOf(const Quillmar::Tools::Y4mReader& input) {
-  const double rate = input.Format().GetFrameRate();
-  return rate > 0.0 ? rate : kAssumedFrameRate;
-}
-
 int Embed(std::uint64_t seed, const Lumenseal::EmbedRequest& base,
           const Lumenseal::EmbedderStrength& strength) {
-  Quillmar::Tools::Y4mReader input(stdin);
-  Quillmar::Tools::Y4mWriter output(stdout, input.Format());
+  Framework::StreamFile in("-", Framework::StreamFile::Mode::Read);
+  Framework::StreamFile out("-", Framework::StreamFile::Mode::Write);
+  Quillmar::Tools::Y4mReader input(in);
+  Quillmar::Tools::Y4mWriter output(out, input.Format(), input.Y4mParameters());
   Framework::Frame frame(input.Format());
   Lumenseal::WatermarkEmbedder embedder(seed, strength);
   Lumenseal::EmbedRequest request = base;
-  request.frameRate = FrameRateOf(input);
+  request.frameRate = input.Format().GetFrameRate();
   double energy = 0.0;
   std::uint64_t frames = 0;
   for (; input.Next(frame); ++frames) {
@@ -50,9 +44,10 @@ int Embed(std::uint64_t seed, const Lumenseal::EmbedRequest& base,
 }
 
 int Detect(std::uint64_t seed) {
-  Quillmar::Tools::Y4mReader input(stdin);
+  Framework::StreamFile in("-", Framework::StreamFile::Mode::Read);
+  Quillmar::Tools::Y4mReader input(in);
   Framework::Frame frame(input.Format());
-  const double frameRate = FrameRateOf(input);
+  const double frameRate = input.Format().GetFrameRate();
   Lumenseal::WatermarkDetector detector(seed, frameRate);
   double maxSync = std::numeric_limits<double>::lowest();
   double minSync = std::numeric_limits<double>::max();

@@ -1,0 +1,23 @@
+// The one JSON writer of the tool: every --json output goes through it, so that all of them are
+// valid JSON of one style. Numbers are plain decimals ("0.0", "0.93", "101"; a value that is not
+// finite is null); text is UTF-8, with bytes that are not UTF-8 written as the Latin-1 characters
+// they would be; keys keep their order.
+#pragma once
+
+#include <boost/json/value.hpp>
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+namespace Quillmar::Tools {
+
+// `value` as one line of JSON.
+std::string JsonText(const boost::json::value& value);
+
+// Writes `value` as one line of JSON and a line end, and flushes.
+void PrintJson(std::ostream& stream, const boost::json::value& value);
+
+// A watermark time stamp (seconds since 2000-01-01 UTC) as ISO 8601 UTC: "2026-11-21T10:15:00Z".
+std::string WatermarkIsoTime(std::int64_t timestamp);
+
+}  // namespace Quillmar::Tools
