@@ -52,6 +52,29 @@ struct DetectorSettings {
   std::vector<std::int64_t> displayEids;
 };
 
+// One channel entry of a line-oriented file's channel settings: its section, and the strength
+// its programs are embedded with.
+struct LineFormChannel {
+  std::string section;
+  std::string name;
+  float globalDepth = 0.0f;
+  std::int32_t maxLocalDepth = 0;
+};
+
+// The channel settings a line-oriented file may carry (never a JSON file).
+struct ChannelSettings {
+  bool present = false;  // the file names its Channels
+  std::string client;
+  std::string connectionMode;
+  std::string operationMode;
+  std::string embeddingMode;
+  std::string channelName;  // the entry whose strength this embedder's programs take
+  std::int32_t embeddingStartDelay = 0;  // seconds
+  std::vector<std::string> embedderMacAddresses;
+  std::vector<std::string> detectorMacAddresses;
+  std::vector<LineFormChannel> channels;
+};
+
 struct ContentProcessorSettings {
   std::string facility;
   std::string sharedDatabase;
@@ -62,7 +85,9 @@ struct ContentProcessorSettings {
   bool hasName = false;
   std::string checksumText;
   bool checksumValid = false;
-  std::int32_t fontPitch = 0;  // line-oriented form only
+  std::int32_t fontPitch = 0;          // line-oriented form only
+  std::string defaultProgramName;      // line-oriented form only; empty when none
+  ChannelSettings channelSettings;     // line-oriented form only
   DetectorSettings detector;
   std::vector<ProgramEntry> programs;
 };

@@ -24,23 +24,19 @@ std::string EntryContext(const std::string& prefix, const std::string& name) {
   return prefix + "ContentProcessingParameters with name " + name;
 }
 
-// Looks up a member that may be absent: true when absent (`found` null) or of the right type;
-// false, with the finder's type message, when present with another type.
-bool FindOptional(const MemberFinder& finder, const JsonValue& object, const std::string& key,
-                  JsonType type, const std::string& context, const JsonValue*& found) {
-  found = nullptr;
-  if (MemberFinder::FindAny(object, key) == nullptr) return true;
-  found = finder.Find(object, key, type, context);
-  return found != nullptr;
+// Looks up a member that may be absent. One of another type is reported by the finder (the
+// last error text says so) and counts as absent: only a required member stops the load.
+const JsonValue* FindOptional(const MemberFinder& finder, const JsonValue& object,
+                              const std::string& key, JsonType type, const std::string& context) {
+  if (MemberFinder::FindAny(object, key) == nullptr) return nullptr;
+  return finder.Find(object, key, type, context);
 }
 
-bool FindOptionalString(const MemberFinder& finder, const JsonValue& object,
+void FindOptionalString(const MemberFinder& finder, const JsonValue& object,
                         const std::string& key, std::string& value, bool& present) {
-  const JsonValue* found = nullptr;
-  if (!FindOptional(finder, object, key, JsonType::String, kProcessorContext, found)) return false;
+  const JsonValue* found = FindOptional(finder, object, key, JsonType::String, kProcessorContext);
   present = found != nullptr;
   if (present) value = found->string;
-  return true;
 }
 
 // Copies an array of integers; false, with "values of array "{key}" should be of type integer
@@ -75,13 +71,24 @@ bool SplitList(const std::string& text, std::vector<std::string>& items) {
   return !items.empty();
 }
 
+// Splits an optional list; none when absent or empty.
+void SplitOptionalList(const std::string* text, std::vector<std::string>& items) {
+  if (text != nullptr && !text->empty()) SplitList(*text, items);
+}
+
+// `text` as a number of type T, all of it; false otherwise.
+template <typename T>
+bool ParseWhole(const std::string& text, T& value) {
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+  return result.ec == std::errc() && result.ptr == text.data() + text.size();
+}
+
 bool ParseCids(const std::string& text, std::vector<std::int64_t>& cids) {
   std::vector<std::string> items;
   if (!SplitList(text, items)) return false;
   for (const std::string& item : items) {
     std::uint32_t cid = 0;
-    const auto result = std::from_chars(item.data(), item.data() + item.size(), cid);
-    if (result.ec != std::errc() || result.ptr != item.data() + item.size()) return false;
+    if (!ParseWhole(item, cid)) return false;
     cids.push_back(cid);
   }
   return true;
@@ -151,15 +158,13 @@ bool ConfigurationReader::ReadContentProcessor(const JsonValue& processor,
   std::string version;
   if (!finder.FindString(processor, "Version", kProcessorContext, version)) return false;
   if (!IsSupportedVersion(version)) return finder.Fail("JSON format version not support!");
-  if (!finder.FindString(processor, "Facility", kProcessorContext, settings_.facility) ||
-      !FindOptionalString(finder, processor, "SharedDatabase", settings_.sharedDatabase,
-                          settings_.hasSharedDatabase) ||
-      !FindOptionalString(finder, processor, "UniqueIdentifier", settings_.uniqueIdentifier,
-                          settings_.hasUniqueIdentifier) ||
-      !FindOptionalString(finder, processor, "Name", settings_.name, settings_.hasName) ||
-      !ReadDetector(processor, finder)) {
-    return false;
-  }
+  if (!finder.FindString(processor, "Facility", kProcessorContext, settings_.facility)) return false;
+  FindOptionalString(finder, processor, "SharedDatabase", settings_.sharedDatabase,
+                     settings_.hasSharedDatabase);
+  FindOptionalString(finder, processor, "UniqueIdentifier", settings_.uniqueIdentifier,
+                     settings_.hasUniqueIdentifier);
+  FindOptionalString(finder, processor, "Name", settings_.name, settings_.hasName);
+  if (!ReadDetector(processor, finder)) return false;
   const JsonValue* entries = finder.Find(processor, kEntriesName, JsonType::Array,
                                          kProcessorContext);
   if (entries == nullptr) return false;
@@ -194,10 +199,8 @@ bool ConfigurationReader::ReadProgramEntry(const JsonValue& element, std::size_t
   entry.vwm.name = entry.name;
   const std::string entryContext = EntryContext("", entry.name);
 
-  const JsonValue* contentType = nullptr;
-  if (!FindOptional(finder, element, "ContentType", JsonType::String, indexContext, contentType)) {
-    return false;
-  }
+  const JsonValue* contentType =
+      FindOptional(finder, element, "ContentType", JsonType::String, indexContext);
   if (contentType != nullptr) {
     if (!ParseContentType(contentType->string, entry.contentType)) {
       return finder.Fail("ContentType in " + entryContext + " is not a valid ContentType");
@@ -211,10 +214,9 @@ bool ConfigurationReader::ReadProgramEntry(const JsonValue& element, std::size_t
     return false;
   }
 
-  const JsonValue* metadata = nullptr;
-  if (!FindOptional(finder, element, "MetadataFields", JsonType::Array, entryContext, metadata) ||
-      (metadata != nullptr && !ReadMetadataFields(*metadata, entry, finder,
-                                                  entry.metadataFields))) {
+  const JsonValue* metadata =
+      FindOptional(finder, element, "MetadataFields", JsonType::Array, entryContext);
+  if (metadata != nullptr && !ReadMetadataFields(*metadata, entry, finder, entry.metadataFields)) {
     return false;
   }
   if (contentType != nullptr && metadata != nullptr) {
@@ -325,6 +327,77 @@ bool ConfigurationReader::LoadLineForm(const std::string& bytes, bool checkCrc) 
   if (defaultProgram != nullptr && !HasProgramNamed(settings_.programs, *defaultProgram)) {
     return finder.Fail("Default program name " + *defaultProgram + " not valid for " +
                        sectionName_);
+  }
+  if (defaultProgram != nullptr) settings_.defaultProgramName = *defaultProgram;
+  return section.Find("Channels") == nullptr || ReadChannelSettings(file.text, section, finder);
+}
+
+// The channel settings: who the client is, how this embedder works, and its channels, each in a
+// section of its own with the strength of its programs; this embedder's programs take the strength
+// of the channel named ChannelName.
+bool ConfigurationReader::ReadChannelSettings(const std::string& text,
+                                              const LineFormSection& common,
+                                              const MemberFinder& finder) {
+  ChannelSettings& channels = settings_.channelSettings;
+  channels.present = true;
+  const std::pair<const char*, std::string*> required[] = {
+      {"Client", &channels.client},
+      {"ConnectionMode", &channels.connectionMode},
+      {"OperationMode", &channels.operationMode},
+      {"EmbeddingMode", &channels.embeddingMode},
+      {"ChannelName", &channels.channelName},
+  };
+  for (const auto& [key, value] : required) {
+    const std::string* found = common.Find(key);
+    if (found == nullptr || found->empty()) return finder.Fail(sectionName_ + "." + key + " not found");
+    *value = *found;
+  }
+  if (const std::string* delay = common.Find("EmbeddingStartDelay")) {
+    if (!ParseWhole(*delay, channels.embeddingStartDelay) || channels.embeddingStartDelay < 0) {
+      return finder.Fail(sectionName_ + ".EmbeddingStartDelay not valid");
+    }
+  }
+  SplitOptionalList(common.Find("EmbedderMacAddresses"), channels.embedderMacAddresses);
+  SplitOptionalList(common.Find("DetectorMacAddresses"), channels.detectorMacAddresses);
+  std::vector<std::string> sections;
+  if (!SplitList(*common.Find("Channels"), sections)) {
+    return finder.Fail(sectionName_ + ": No channels found");
+  }
+  for (const std::string& name : sections) {
+    LineFormChannel channel;
+    if (!ReadChannel(text, name, finder, channel)) return false;
+    channels.channels.push_back(std::move(channel));
+  }
+  const LineFormChannel* own = nullptr;
+  for (const LineFormChannel& channel : channels.channels) {
+    if (channel.name == channels.channelName) own = &channel;
+  }
+  if (own == nullptr) return finder.Fail(sectionName_ + ".ChannelName not found");
+  for (ProgramEntry& entry : settings_.programs) {
+    entry.vwm.globalDepth = own->globalDepth;
+    entry.vwm.maxLocalDepth = own->maxLocalDepth;
+    entry.vwm.parametersSet = true;
+  }
+  return true;
+}
+
+bool ConfigurationReader::ReadChannel(const std::string& text, const std::string& sectionName,
+                                      const MemberFinder& finder, LineFormChannel& channel) {
+  LineFormSection section;
+  if (!FindLineFormSection(text, sectionName, section)) {
+    return finder.Fail(sectionName + " section not found");
+  }
+  channel.section = sectionName;
+  const std::string* name = section.Find("Name");
+  if (name == nullptr || name->empty()) return finder.Fail(sectionName + ".Name not found");
+  channel.name = *name;
+  const std::string* globalDepth = section.Find("GlobalDepth");
+  if (globalDepth == nullptr || !ParseWhole(*globalDepth, channel.globalDepth)) {
+    return finder.Fail(sectionName + ".GlobalDepth not found");
+  }
+  const std::string* maxLocalDepth = section.Find("MaxLocalDepth");
+  if (maxLocalDepth == nullptr || !ParseWhole(*maxLocalDepth, channel.maxLocalDepth)) {
+    return finder.Fail(sectionName + ".MaxLocalDepth not found");
   }
   return true;
 }

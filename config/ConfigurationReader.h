@@ -15,6 +15,7 @@ namespace QuillmarBasebandSDK {
 
 struct JsonDocument;
 struct JsonValue;
+struct LineFormSection;
 class MemberFinder;
 
 class ConfigurationReader {
@@ -51,6 +52,10 @@ class ConfigurationReader {
   bool ReadMetadataFields(const JsonValue& fields, const ProgramEntry& entry,
                           const MemberFinder& finder, MetadataFieldMap& map);
   bool LoadLineForm(const std::string& bytes, bool checkCrc);
+  bool ReadChannelSettings(const std::string& text, const LineFormSection& common,
+                           const MemberFinder& finder);
+  bool ReadChannel(const std::string& text, const std::string& sectionName,
+                   const MemberFinder& finder, LineFormChannel& channel);
 
   std::string source_;
   std::string sectionName_;

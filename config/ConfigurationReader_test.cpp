@@ -32,8 +32,10 @@ TEST(ProgramEntries, EveryEntryMessage) {
        "ContentType in ContentProcessingParameters with name P is not a valid ContentType"},
       {Entry("P", R"("ContentType": "NEWS", )" + vwm),
        "ContentType in ContentProcessingParameters with name P is not a valid ContentType"},
+      // An optional member of another type counts as absent.
       {Entry("P", R"("ContentType": 1, )" + vwm),
-       "ContentType in ContentProcessingParameters[0] should be of type string"},
+       "neither ContentType nor MetadataFields in ContentProcessingParameters with name P. One of "
+       "those MUST be defined!"},
       {Entry("P", R"("ContentType": "news")"), "VWM not found in ContentProcessingParameters with name P"},
       {Entry("P", type + R"("VWM": [])"),
        "VWM in ContentProcessingParameters with name P should be of type object"},
@@ -55,7 +57,8 @@ TEST(ProgramEntries, EveryEntryMessage) {
       {Entry("P", vwm + R"(, "MetadataFields": [])"),
        "List of Metadata fields is empty in ContentProcessingParameters with name P"},
       {Entry("P", vwm + R"(, "MetadataFields": {})"),
-       "MetadataFields in ContentProcessingParameters with name P should be of type array"},
+       "neither ContentType nor MetadataFields in ContentProcessingParameters with name P. One of "
+       "those MUST be defined!"},
       {Entry("P", vwm + R"(, "MetadataFields": [{"DisplayName": "a", "FieldName": "b"},
                                                 {"FieldName": "c"}])"),
        "DisplayName not found in element 1 of MetadataFields in ContentProcessingParameters with "

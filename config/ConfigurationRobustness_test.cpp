@@ -132,6 +132,7 @@ TEST(ConfigurationRobustness, MutatedExamplesLoadOrSayWhy) {
   const TemporaryFolder folder;
   int examples = 0;
   for (const auto& entry : std::filesystem::directory_iterator(ExamplesFolder())) {
+    if (!entry.is_regular_file()) continue;
     const std::string name = entry.path().filename().string();
     std::string bytes;
     ASSERT_TRUE(ConfigurationReader::ReadFile(entry.path().string(), bytes));

@@ -170,6 +170,8 @@ bool ParseJsonDocument(std::string_view text, JsonDocument& document, JsonSyntax
   document = JsonDocument{};
   boost::json::parse_options options;
   options.max_depth = kMaxDepth;
+  // Configurations written in a local 8-bit code page are read byte for byte, as signed.
+  options.allow_invalid_utf8 = true;
   boost::json::basic_parser<TreeBuilder> parser(options, text, document);
   ErrorCode failure;
   const std::size_t used = parser.write_some(false, text.data(), text.size(), failure);

@@ -37,7 +37,8 @@ struct JsonSyntaxError {
   std::string Text() const;
 };
 
-// Parses `text` as one JSON document (no comments, no trailing commas). Returns false, with
+// Parses `text` as one JSON document (no comments, no trailing commas). Text that is not UTF-8
+// (a file written in a local 8-bit code page) is kept byte for byte. Returns false, with
 // `document` unspecified and `error` (when given) saying where, when `text` is not JSON.
 bool ParseJsonDocument(std::string_view text, JsonDocument& document,
                        JsonSyntaxError* error = nullptr);

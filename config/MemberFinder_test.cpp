@@ -87,8 +87,6 @@ TEST(MemberFinder, ReaderMessagesOutsideTheEntries) {
       {without(R"("0.3")", R"("0.2")"), "JSON format version not support!"},
       {without(R"("0.3", "Facility": "F",)", R"("0.2",)"), "JSON format version not support!"},
       {without(R"("Facility": "F",)"), "Facility not found in ContentProcessor"},
-      {without(R"("SharedDatabase": "db")", R"("SharedDatabase": 1)"),
-       "SharedDatabase in ContentProcessor should be of type string"},
       {without(R"("Detector": {"VWM": {"DisplayAllWatermarks": true, "DisplayEIDS": [1, 2]}},)"),
        "Detector not found in ContentProcessor"},
       {without(R"({"VWM": {"DisplayAllWatermarks": true, "DisplayEIDS": [1, 2]}})", "{}"),
@@ -118,6 +116,15 @@ TEST(MemberFinder, ReaderMessagesOutsideTheEntries) {
   EXPECT_TRUE(valid.settings.hasSharedDatabase);
   EXPECT_FALSE(valid.settings.hasName);
   EXPECT_FALSE(valid.settings.hasUniqueIdentifier);
+
+  // Optional members of another type count as absent; the finder's message is the last error.
+  const auto wrongTypes = LoadText(without(R"("SharedDatabase": "db")",
+                                           R"("SharedDatabase": 1, "UniqueIdentifier": [], "Name": {})"),
+                                   false);
+  ASSERT_TRUE(wrongTypes.loaded) << wrongTypes.errorText;
+  EXPECT_FALSE(wrongTypes.settings.hasSharedDatabase || wrongTypes.settings.hasUniqueIdentifier ||
+               wrongTypes.settings.hasName);
+  EXPECT_EQ(wrongTypes.errorText, "Name in ContentProcessor should be of type string");
 }
 
 TEST(MemberFinder, ErrorTextNamesTheFileAndTheLastErrorWins) {

@@ -64,6 +64,12 @@ void Check(const ConfigOptions& options) {
     return Fail(reader.ErrorText());
   }
   std::cout << reader.Settings().checksumText << std::endl;
+  std::string bytes;
+  if (ConfigurationReader::ReadFile(options.file, bytes) && !IsUtf8(bytes)) {
+    std::cerr << options.file << ": the text is not UTF-8 (a local 8-bit code page?); it is read "
+                 "and checked byte for byte, and shown here as if it were Latin-1"
+              << std::endl;
+  }
 }
 
 void Sign(const ConfigOptions& options) {
@@ -104,12 +110,60 @@ std::string PayloadRate(const ProgramEntry& entry) {
   return QuillmarBasebandSDK::PayloadRateText(static_cast<int>(entry.payloadSize));
 }
 
+std::string Joined(const std::vector<std::string>& items) {
+  std::string text;
+  for (const std::string& item : items) text += (text.empty() ? "" : ", ") + item;
+  return text;
+}
+
+// The channel settings of a line-oriented file, when it has them.
+void ShowChannelSettings(const QuillmarBasebandSDK::ContentProcessorSettings& settings) {
+  const QuillmarBasebandSDK::ChannelSettings& channels = settings.channelSettings;
+  if (!channels.present) return;
+  std::cout << "Client: " << channels.client << '\n'
+            << "Channel: " << channels.channelName << " (connection " << channels.connectionMode
+            << ", operation " << channels.operationMode << ", embedding "
+            << channels.embeddingMode << ", start delay " << channels.embeddingStartDelay
+            << " s)\n"
+            << "Default program: " << settings.defaultProgramName << '\n'
+            << "Embedder MAC addresses: " << Joined(channels.embedderMacAddresses) << '\n'
+            << "Detector MAC addresses: " << Joined(channels.detectorMacAddresses) << '\n';
+  for (const auto& channel : channels.channels) {
+    std::cout << "Channels: [" << channel.section << "] " << channel.name << ", GD "
+              << channel.globalDepth << ", MLD " << channel.maxLocalDepth << '\n';
+  }
+}
+
+boost::json::value ChannelSettingsJson(const QuillmarBasebandSDK::ContentProcessorSettings& settings) {
+  const QuillmarBasebandSDK::ChannelSettings& channels = settings.channelSettings;
+  if (!channels.present) return nullptr;
+  boost::json::array entries;
+  for (const auto& channel : channels.channels) {
+    entries.push_back(boost::json::object{{"section", channel.section},
+                                          {"name", channel.name},
+                                          {"global_depth", channel.globalDepth},
+                                          {"max_local_depth", channel.maxLocalDepth}});
+  }
+  return boost::json::object{
+      {"client", channels.client},
+      {"connection_mode", channels.connectionMode},
+      {"operation_mode", channels.operationMode},
+      {"embedding_mode", channels.embeddingMode},
+      {"channel_name", channels.channelName},
+      {"embedding_start_delay", channels.embeddingStartDelay},
+      {"default_program", settings.defaultProgramName},
+      {"embedder_mac_addresses", boost::json::value_from(channels.embedderMacAddresses)},
+      {"detector_mac_addresses", boost::json::value_from(channels.detectorMacAddresses)},
+      {"channels", std::move(entries)}};
+}
+
 void ShowTable(const ConfigurationReader& reader) {
   const auto& settings = reader.Settings();
   std::cout << "Configuration: " << reader.Source() << '\n'
             << "Checksum: " << settings.checksumText << '\n'
             << "Shared database: " << (settings.hasSharedDatabase ? settings.sharedDatabase : "")
             << '\n';
+  ShowChannelSettings(settings);
   std::cout << std::left << std::setw(6) << "index" << std::setw(24) << "name" << std::setw(17)
             << "content type" << std::setw(24) << "EIDs" << std::setw(8) << "GD" << std::setw(6)
             << "MLD" << std::setw(24) << "payload rate" << "metadata (key -> field name)\n";
@@ -149,6 +203,7 @@ void ShowJson(const ConfigurationReader& reader) {
                                                    ? boost::json::value(settings.sharedDatabase)
                                                    : boost::json::value(nullptr)},
                            {"programs", std::move(programs)},
+                           {"channel_settings", ChannelSettingsJson(settings)},
                        });
 }
 

@@ -1,12 +1,9 @@
 #include "tools/JsonOutput.h"
 
-#include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/json.hpp>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-
-#include "events/WatermarkTime.h"
 
 namespace Quillmar::Tools {
 namespace {
@@ -142,6 +139,18 @@ void AppendValue(const boost::json::value& value, std::string& out) {
 
 }  // namespace
 
+bool IsUtf8(std::string_view text) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t length = SequenceLength(bytes[i]);
+    if (length == 0 || (length > 1 && !IsWellFormed(bytes + i, length, text.size() - i))) {
+      return false;
+    }
+    i += length;
+  }
+  return true;
+}
+
 std::string JsonText(const boost::json::value& value) {
   std::string out;
   AppendValue(value, out);
@@ -150,12 +159,6 @@ std::string JsonText(const boost::json::value& value) {
 
 void PrintJson(std::ostream& stream, const boost::json::value& value) {
   stream << JsonText(value) << std::endl;
-}
-
-std::string WatermarkIsoTime(std::int64_t timestamp) {
-  return boost::posix_time::to_iso_extended_string(
-             Framework::WatermarkTime::FromSeconds(timestamp)) +
-         "Z";
 }
 
 }  // namespace Quillmar::Tools

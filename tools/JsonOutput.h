@@ -5,9 +5,9 @@
 #pragma once
 
 #include <boost/json/value.hpp>
-#include <cstdint>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 namespace Quillmar::Tools {
 
@@ -17,7 +17,7 @@ std::string JsonText(const boost::json::value& value);
 // Writes `value` as one line of JSON and a line end, and flushes.
 void PrintJson(std::ostream& stream, const boost::json::value& value);
 
-// A watermark time stamp (seconds since 2000-01-01 UTC) as ISO 8601 UTC: "2026-11-21T10:15:00Z".
-std::string WatermarkIsoTime(std::int64_t timestamp);
+// True when `text` is well-formed UTF-8.
+bool IsUtf8(std::string_view text);
 
 }  // namespace Quillmar::Tools
