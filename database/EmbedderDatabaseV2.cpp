@@ -380,8 +380,9 @@ bool EmbedderDatabaseV2::AllocateEmbeddingTimeslot(std::vector<unsigned> cids, i
     allocatedCid_ = best.CID;
     allocatedStart_ = best.Timestamp;
     allocatedDuration_ = durationSeconds;
-    // A lease of 0 seconds or less means no lease: the allocation is not renewed or finalised.
-    lockDuration_ = std::max(lockSeconds, 0);
+    // Stored as given: only 0 makes extension and finalisation do nothing; a negative lease writes
+    // no lease to the row, yet the allocation is still extended and finalised.
+    lockDuration_ = lockSeconds;
     UpdateTimestampAndLock(best, durationSeconds, lockSeconds, true);
     DB_UpdateRecord(best);
     connection_->execDML(kEndTransaction);

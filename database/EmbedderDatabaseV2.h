@@ -129,5 +129,5 @@ class QUILLMAR_API EmbedderDatabaseV2 {
   SYSTEMTIME allocatedStart_{};
   std::int32_t allocatedDuration_ = 0;  // seconds from allocatedStart_
   SYSTEMTIME lockEnd_{};                // the LockedTill this object last wrote: proof of ownership
-  std::int32_t lockDuration_ = 0;       // seconds; 0 when the allocation uses no lease
+  std::int32_t lockDuration_ = 0;       // seconds as given: 0 uses no lease, below 0 writes none
 };
