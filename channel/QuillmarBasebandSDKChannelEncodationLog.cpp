@@ -81,11 +81,10 @@ bool QuillmarBasebandSDKChannel::GetMetadataKeysAndFacility(MetadataKeys& keys,
   const std::string programName = GetProgramName();
   const QuillmarBasebandSDK::ProgramEntry* selected = nullptr;
   if (configurationState != nullptr) {
+    // The last entry of that name, as GetEmbeddingQuality takes it: metadata, facility and
+    // strength of one run come from one entry.
     for (const auto& program : configurationState->GetPrograms()) {
-      if (program.name == programName) {
-        selected = &program;
-        break;
-      }
+      if (program.name == programName) selected = &program;
     }
   }
   if (selected == nullptr) {

@@ -9,6 +9,11 @@
 // Threads: the life cycle on the framework's control thread, frames on its processing thread; the
 // property store is read and written by one thread at a time. Getters follow the property store:
 // an absent name reads as 0 / empty, one of another type throws PropertyTypeError.
+//
+// Ownership: the adaptor holds no shared handle of its own. The one resource a detector shares
+// with others, its detection engine (and the results the events point at), belongs to the plug-in
+// library's class derived from this one, which releases it in its own destructor, before this
+// part goes; nothing a host or the channel can observe depends on the adaptor holding it.
 #pragma once
 
 #include <cstdint>
