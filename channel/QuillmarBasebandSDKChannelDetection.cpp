@@ -9,8 +9,8 @@
 #include "events/VWMDetectionEvent.h"
 #include "events/WatermarkTime.h"
 #include "framework/Logger.h"
-#include "plugins/detector/include/CBasebandWMDetection.h"
-#include "plugins/detector/include/LSNDetection.h"
+#include "detector-api/CBasebandWMDetection.h"
+#include "detector-api/LSNDetection.h"
 
 namespace Framework {
 namespace {

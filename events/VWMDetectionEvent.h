@@ -19,11 +19,11 @@
 #include <string>
 
 #include "events/MarkerWMEvent.h"
-#include "plugins/detector/include/CBasebandWMDetection.h"
-#include "plugins/detector/include/FrameScaling.h"
-#include "plugins/detector/include/LSNDetection.h"
-#include "plugins/detector/include/MirroredDetectionEvent.h"
-#include "plugins/detector/include/ScaleFoundEvent.h"
+#include "detector-api/CBasebandWMDetection.h"
+#include "detector-api/FrameScaling.h"
+#include "detector-api/LSNDetection.h"
+#include "detector-api/MirroredDetectionEvent.h"
+#include "detector-api/ScaleFoundEvent.h"
 
 namespace Framework {
 

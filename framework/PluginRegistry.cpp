@@ -11,6 +11,8 @@ namespace Framework {
 namespace {
 
 constexpr char kPluginPathVariable[] = "QUILLMAR_PLUGIN_PATH";
+// Where an installation keeps the plug-ins, below the folder of the libraries that use them.
+constexpr char kInstalledPluginFolder[] = "quillmar/plugins";
 
 std::vector<std::string> SplitPathList(const std::string& list) {
   std::vector<std::string> folders;
@@ -99,7 +101,7 @@ std::vector<std::string> PluginRegistry::SearchPath(const void* addressInAskingM
   if (configured != nullptr && *configured != '\0') return SplitPathList(configured);
   const std::string folder = DynamicLibrary::FolderOf(addressInAskingModule);
   if (folder.empty()) return {};
-  return {folder};
+  return {folder, (std::filesystem::path(folder) / kInstalledPluginFolder).string()};
 }
 
 std::vector<std::string> PluginRegistry::FindPlugins(const std::vector<std::string>& folders) {

@@ -2,7 +2,8 @@
 //
 // A plug-in library registers its classes while it loads (QUILLMAR_REGISTER_PROCESSOR next to the
 // class). Libraries are found in the plug-in path: the folders listed in QUILLMAR_PLUGIN_PATH
-// (separated as the system separates search paths), or else the folder of the library that asks.
+// (separated as the system separates search paths), or else the folder of the library that asks
+// and its "quillmar/plugins" folder (where an installation puts them).
 // The library holding class X is lib X .so (X.dll on Windows). Loaded libraries stay loaded for
 // the life of the process, so processors they made may be deleted at any time. Thread-safe.
 #pragma once

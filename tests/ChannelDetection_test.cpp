@@ -3,9 +3,9 @@
 // embedding while a prior watermark is in the picture.
 #include <gtest/gtest.h>
 
-#include "plugins/detector/include/CBasebandWMDetection.h"
-#include "plugins/detector/include/DetectorSimulation.h"
-#include "plugins/detector/include/LSNDetection.h"
+#include "detector-api/CBasebandWMDetection.h"
+#include "plugins/detector/DetectorSimulation.h"
+#include "detector-api/LSNDetection.h"
 #include "tests/ChannelTestSupport.h"
 
 namespace QuillmarTesting {

@@ -7,8 +7,8 @@
 #include <fstream>
 
 #include "events/VWMEmbeddingEvent.h"
-#include "plugins/detector/include/CBasebandWMDetection.h"
-#include "plugins/detector/include/DetectorSimulation.h"
+#include "detector-api/CBasebandWMDetection.h"
+#include "plugins/detector/DetectorSimulation.h"
 #include "tests/ChannelTestSupport.h"
 
 namespace QuillmarTesting {

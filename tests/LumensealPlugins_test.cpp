@@ -11,7 +11,7 @@
 #include "events/VWMEmbeddingEvent.h"
 #include "framework/Frame.h"
 #include "framework/PluginRegistry.h"
-#include "plugins/detector/include/DetectorSimulation.h"
+#include "plugins/detector/DetectorSimulation.h"
 #include "tests/PluginTestChannel.h"
 
 namespace QuillmarTesting {

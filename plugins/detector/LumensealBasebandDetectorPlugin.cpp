@@ -26,7 +26,7 @@
 #include "framework/Logger.h"
 #include "framework/PluginRegistry.h"
 #include "framework/NoThrow.h"
-#include "plugins/detector/include/DetectorSimulation.h"
+#include "plugins/detector/DetectorSimulation.h"
 #include "plugins/watermark/WatermarkDetector.h"
 
 namespace LumensealReference {
