@@ -2,13 +2,15 @@
 #   make test   build the asan configuration (AddressSanitizer + UBSan) and run every test
 #   make demo   build the release configuration and run the main job
 #   make bench  build the release configuration and run every benchmark
+#   make package        build the release configuration and a Debian package of the install tree
+#   make package-check  install into a scratch prefix and build and run a host against it
 
 JOBS ?= $(shell nproc)
 MAKEFLAGS += --no-print-directory
 CMAKE_FLAGS_release = -DCMAKE_BUILD_TYPE=Release
 CMAKE_FLAGS_asan = -DCMAKE_BUILD_TYPE=Debug -DQUILLMAR_SANITIZE=ON
 
-.PHONY: deps release asan test demo bench clean
+.PHONY: deps release asan test demo bench package package-check clean
 
 deps:
 	@scripts/install-deps
@@ -25,6 +27,12 @@ demo: release
 
 bench: release
 	@bench/run build/release
+
+package: release
+	@cd build/release && cpack -G DEB
+
+package-check: release
+	@scripts/check-install build/release
 
 clean:
 	rm -rf build

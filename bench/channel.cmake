@@ -2,8 +2,7 @@
 quillmar_add_benchmark(channel_bench SOURCES
   ${CMAKE_CURRENT_SOURCE_DIR}/Channel_bench.cpp
   ${PROJECT_SOURCE_DIR}/tests/ChannelHost.cpp
-  ${PROJECT_SOURCE_DIR}/tools/ChannelLibrary.cpp
-  LIBS QuillmarBasebandSDK Framework QuillmarConfig QuillmarLogging QuillmarDatabaseTestSupport
+  LIBS QuillmarHost QuillmarBasebandSDK QuillmarFramework QuillmarConfig QuillmarLogging QuillmarDatabaseTestSupport
        Boost::json
 )
 add_dependencies(channel_bench LumensealBasebandEmbedderPlugin LumensealBasebandDetectorPlugin)

@@ -2,7 +2,7 @@
 quillmar_add_benchmark(plugins_bench SOURCES
   ${CMAKE_CURRENT_SOURCE_DIR}/PluginsBenchmark.cpp
   ${PROJECT_SOURCE_DIR}/tests/PluginTestChannel.cpp
-  LIBS QuillmarBasebandSDK Framework
+  LIBS QuillmarBasebandSDK QuillmarFramework
 )
 add_dependencies(plugins_bench LumensealBasebandEmbedderPlugin LumensealBasebandDetectorPlugin)
 target_compile_definitions(plugins_bench PRIVATE

@@ -8,7 +8,7 @@ function(quillmar_add_part name)
   add_library(${name} OBJECT ${PART_SOURCES})
   target_compile_definitions(${name} PUBLIC QUILLMAR_EXPORTS)
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/generated)
-  target_link_libraries(${name} PUBLIC Framework ${PART_LIBS})
+  target_link_libraries(${name} PUBLIC QuillmarFramework ${PART_LIBS})
 endfunction()
 
 # quillmar_add_test(<name> SOURCES <files...> [LIBS <targets...>])

@@ -40,4 +40,8 @@ std::string WatermarkTime::Digits(std::int64_t timestamp) {
   return text;
 }
 
+std::string WatermarkTime::IsoText(std::int64_t timestamp) {
+  return boost::posix_time::to_iso_extended_string(FromSeconds(timestamp)) + "Z";
+}
+
 }  // namespace Framework

@@ -35,6 +35,9 @@ class QUILLMAR_API WatermarkTime {
   // The time of a detector's time stamp as 14 digits, YYYYMMDDHHMMSS: the ISO 8601 basic form
   // without its "T" ("20000101000000" for 0).
   static std::string Digits(std::int64_t timestamp);
+
+  // The time of a detector's time stamp in ISO 8601 UTC: "2026-11-21T10:15:00Z".
+  static std::string IsoText(std::int64_t timestamp);
 };
 
 }  // namespace Framework

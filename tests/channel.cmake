@@ -10,8 +10,7 @@ quillmar_add_test(channel_test
     ${CMAKE_CURRENT_LIST_DIR}/ChannelConcurrency_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ChannelHost.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ChannelTestSupport.cpp
-    ${PROJECT_SOURCE_DIR}/tools/ChannelLibrary.cpp
-  LIBS FrameworkTesting QuillmarBasebandSDK Framework QuillmarConfig QuillmarLogging QuillmarDatabaseTestSupport
+  LIBS FrameworkTesting QuillmarHost QuillmarBasebandSDK QuillmarFramework QuillmarConfig QuillmarLogging QuillmarDatabaseTestSupport
        Boost::json
 )
 add_dependencies(channel_test LumensealBasebandEmbedderPlugin LumensealBasebandDetectorPlugin)

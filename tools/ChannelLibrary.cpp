@@ -4,24 +4,32 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "channel/EntryPoints.h"
+
 namespace Quillmar::Tools {
 namespace {
 
 constexpr char kLibraryName[] = "QuillmarBasebandSDK";
 
-std::string DefaultLibraryPath() {
+// QUILLMAR_CHANNEL_LIBRARY when set, else `path`.
+std::string LibraryPath(const std::string& path) {
   const char* configured = std::getenv("QUILLMAR_CHANNEL_LIBRARY");
-  if (configured != nullptr && *configured != '\0') return configured;
-  static const int anchor = 0;
-  const std::filesystem::path binFolder = Framework::DynamicLibrary::FolderOf(&anchor);
-  return (binFolder.parent_path() / "lib" / Framework::DynamicLibrary::FileName(kLibraryName))
+  return configured != nullptr && *configured != '\0' ? configured : path;
+}
+
+// The library this program is linked with: a host links it for the exported classes' own
+// operations, and makes its channels through the entry points of the same file.
+std::string LinkedLibrary() {
+  const auto* entryPoint = reinterpret_cast<const void*>(&CreateProcessor);
+  return (std::filesystem::path(Framework::DynamicLibrary::FolderOf(entryPoint)) /
+          Framework::DynamicLibrary::FileName(kLibraryName))
       .string();
 }
 
 }  // namespace
 
 ChannelLibrary::ChannelLibrary() {
-  const std::string path = DefaultLibraryPath();
+  const std::string path = LibraryPath(LinkedLibrary());
   std::string error;
   library_ = Framework::DynamicLibrary::Open(path, &error);
   if (library_ == nullptr) throw std::runtime_error("cannot load " + path + ": " + error);

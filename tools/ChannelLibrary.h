@@ -1,5 +1,6 @@
 // The channel library, loaded the way a host loads it: by path, with dlopen, and looked up by
-// its plain entry points.
+// its plain entry points. A host links the library for the exported classes' own operations; the
+// file it opens is the one it is linked with.
 #pragma once
 
 #include <memory>
@@ -12,7 +13,7 @@ namespace Quillmar::Tools {
 
 class ChannelLibrary {
  public:
-  // Loads the library from the folder of this executable's sibling "lib" folder, or from
+  // Loads the library this program is linked with (the same file, opened by its path), or
   // QUILLMAR_CHANNEL_LIBRARY when set. Throws std::runtime_error with the loader's text.
   ChannelLibrary();
 

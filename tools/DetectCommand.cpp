@@ -6,16 +6,15 @@
 #include <iostream>
 #include <sstream>
 
-#include "events/LumensealBasebandDetectorPlugin.h"
 #include "events/VWMDetectionEvent.h"
+#include "framework/AlgorithmBase.h"
 #include "events/WatermarkTime.h"
-#include "framework/Licenser.h"
-#include "framework/PluginRegistry.h"
 #include "framework/platform/StopRequests.h"
 #include "framework/platform/StreamFile.h"
-#include "plugins/detector/include/CBasebandWMDetection.h"
-#include "plugins/detector/include/LSNDetection.h"
+#include "detector-api/CBasebandWMDetection.h"
+#include "detector-api/LSNDetection.h"
 #include "tools/ChannelLibrary.h"
+#include "tools/Detector.h"
 #include "tools/CommandRegistry.h"
 #include "tools/ExitStatus.h"
 #include "tools/FrameInput.h"
@@ -24,9 +23,6 @@
 namespace Quillmar::Tools {
 namespace {
 
-constexpr char kProductName[] = "QuillmarBasebandSDK";
-constexpr char kDetectorClass[] = "LumensealBasebandDetectorPlugin";
-constexpr char kDetectorInstance[] = "LumensealDetector";
 // The detector needs a few whole seconds of marked video to lock on.
 constexpr double kSecondsToDecode = 3.0;
 
@@ -57,7 +53,7 @@ class DetectionPrinter {
     const std::string timestamp = Framework::WatermarkTime::Digits(detection.timestamp);
     if (json_) {
       PrintJson(std::cout, boost::json::object{{"cid", detection.cid},
-                                               {"time", WatermarkIsoTime(detection.timestamp)},
+                                               {"time", Framework::WatermarkTime::IsoText(detection.timestamp)},
                                                {"timestamp", timestamp},
                                                {"quality", detection.quality},
                                                {"media_time", detection.mediaDetectionTimestamp}});
@@ -82,26 +78,6 @@ class DetectionPrinter {
   const bool json_;
   int detections_ = 0;
 };
-
-// A detector made the way a channel makes it: by class name, from its construction properties,
-// with the licence's seed, from the plug-in path of the channel library.
-std::unique_ptr<Framework::ProcessorBase> CreateDetector(const ChannelLibrary& library) {
-  Framework::LumensealBasebandDetectorPlugin::ConstructionProperties properties;
-  properties.SetProperty("ChannelIndex", std::int32_t{0});
-  properties.SetProperty("Seed", Framework::Licenser(kProductName).GetSeed());
-  properties.SetProperty("MacAddress", std::string("----"));
-  properties.SetProperty("PreDetectorPeriod", std::int32_t{5});
-  properties.SetProperty("IsBlockingDetector", true);
-  properties.SetProperty("IsReportingNotFound", false);
-  properties.SetProperty("IsOnStopReportCachedBuffers", false);
-  const auto folders =
-      Framework::PluginRegistry::SearchPath(library.EntryPoint("CreateProcessor"));
-  std::unique_ptr<Framework::ProcessorBase> detector(
-      Framework::PluginRegistry::Instance().Create(kDetectorClass, properties, folders));
-  if (detector == nullptr) throw std::runtime_error("cannot create the detector plug-in");
-  detector->SetName(kDetectorInstance);
-  return detector;
-}
 
 // What a detection run read, and how it ended.
 struct DetectionRun {

@@ -11,7 +11,6 @@
 #include <map>
 #include <thread>
 
-#include "config/QuillmarBasebandConfigurationState.h"
 #include "events/WatermarkTime.h"
 #include "framework/platform/StopRequests.h"
 #include "tools/CommandRegistry.h"
@@ -69,25 +68,6 @@ std::map<std::string, std::string> ParseMetadata(const std::vector<std::string>&
     metadata[pair.substr(0, equals)] = pair.substr(equals + 1);
   }
   return metadata;
-}
-
-// The CIDs a channel of this configuration and program may use.
-void ReadCids(const std::string& configFile, const std::string& program, SessionRequest& request) {
-  QuillmarBasebandSDK::QuillmarBasebandConfigurationState state(configFile, "COMMON");
-  if (!state.ParseConfiguration(true)) {
-    throw ConfigurationProblem("configuration " + configFile + ": " + state.GetErrorText());
-  }
-  bool found = false;
-  for (const auto& entry : state.GetPrograms()) {
-    for (const auto eid : entry.vwm.eids) {
-      request.configurationCids.push_back(static_cast<unsigned>(eid));
-      if (entry.name == program) request.programCids.push_back(static_cast<unsigned>(eid));
-    }
-    found = found || entry.name == program;
-  }
-  if (!found) throw ConfigurationProblem("program " + program + " is not in " + configFile);
-  request.configurationCids.sort();
-  request.configurationCids.unique();
 }
 
 // Feeds every frame of `input` through the session, writing each to `writer` when there is one,
@@ -182,8 +162,8 @@ boost::json::value PriorWatermarkJson(const std::optional<PriorWatermark>& prior
                              {"last_time", nullptr}};
   if (prior->cid) {
     object["cid"] = *prior->cid;
-    object["first_time"] = WatermarkIsoTime(prior->firstTimestamp);
-    object["last_time"] = WatermarkIsoTime(prior->lastTimestamp);
+    object["first_time"] = Framework::WatermarkTime::IsoText(prior->firstTimestamp);
+    object["last_time"] = Framework::WatermarkTime::IsoText(prior->lastTimestamp);
   }
   return object;
 }
@@ -223,7 +203,10 @@ void PrintRefusal(const std::string& error, int status, bool json) {
 
 int RunEmbed(const EmbedOptions& options, Console& console) {
   SessionRequest request;
-  ReadCids(options.config, options.program, request);
+  std::string problem;
+  if (!ReadSessionCids(options.config, options.program, request, problem)) {
+    throw ConfigurationProblem(problem);
+  }
   auto input = OpenFrameInput(options.input);
   request.configFile = options.config;
   request.program = options.program;

@@ -3,10 +3,11 @@
 #include <stdexcept>
 
 #include "channel/QuillmarBasebandSDKChannel.h"
+#include "config/QuillmarBasebandConfigurationState.h"
 #include "events/VWMDetectionEvent.h"
 #include "events/VWMEmbeddingEvent.h"
-#include "plugins/detector/include/CBasebandWMDetection.h"
-#include "plugins/detector/include/LSNDetection.h"
+#include "detector-api/CBasebandWMDetection.h"
+#include "detector-api/LSNDetection.h"
 
 namespace Quillmar::Tools {
 
@@ -34,6 +35,30 @@ class EmbeddingSession::Channel {
   Framework::QuillmarBasebandSDKChannel* channel_;
 };
 
+bool ReadSessionCids(const std::string& configFile, const std::string& program,
+                     SessionRequest& request, std::string& problem) {
+  QuillmarBasebandSDK::QuillmarBasebandConfigurationState state(configFile, "COMMON");
+  if (!state.ParseConfiguration(true)) {
+    problem = "configuration " + configFile + ": " + state.GetErrorText();
+    return false;
+  }
+  bool found = false;
+  for (const auto& entry : state.GetPrograms()) {
+    for (const auto eid : entry.vwm.eids) {
+      request.configurationCids.push_back(static_cast<unsigned>(eid));
+      if (entry.name == program) request.programCids.push_back(static_cast<unsigned>(eid));
+    }
+    found = found || entry.name == program;
+  }
+  if (!found) {
+    problem = "program " + program + " is not in " + configFile;
+    return false;
+  }
+  request.configurationCids.sort();
+  request.configurationCids.unique();
+  return true;
+}
+
 EmbeddingSession::EmbeddingSession(const ChannelLibrary& library,
                                    Framework::QuillmarBasebandEmbedderListener& listener)
     : library_(library), listener_(listener) {}
@@ -44,7 +69,7 @@ bool EmbeddingSession::Open(const SessionRequest& request) {
   request_ = request;
   channel_ = std::make_unique<Channel>(library_);
   Channel& channel = *channel_;
-  channel->OnCreateChannel(0);
+  channel->OnCreateChannel(request.channelIndex);
   channel->SetListener(&listener_);
   channel->SetConfigFile(request.configFile);
   channel->SetProgramName(request.program);

@@ -36,6 +36,7 @@ struct SessionRequest {
   std::string program;
   std::uint32_t durationSeconds = 0;  // 0: open-ended, extended as the run goes on
   bool detector = true;               // look for prior watermarks, and pause while one is there
+  std::uint64_t channelIndex = 0;
   std::vector<unsigned> programCids;
   std::list<unsigned> configurationCids;
   Framework::VideoFormatInfo format;
@@ -43,6 +44,12 @@ struct SessionRequest {
   std::string recordTexts[3];
   std::map<std::string, std::string> metadata;
 };
+
+// Fills the CIDs of `request` from the configuration file: the EIDs of `program`, and every EID
+// the configuration names. False, with `problem` saying why, when the configuration does not load
+// or has no such program: nothing would succeed, so nothing should be reserved.
+bool ReadSessionCids(const std::string& configFile, const std::string& program,
+                     SessionRequest& request, std::string& problem);
 
 // A watermark that was in the picture before this session marked it.
 struct PriorWatermark {
