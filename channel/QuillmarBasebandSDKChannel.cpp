@@ -3,9 +3,8 @@
 
 #include <boost/format.hpp>
 
-#include "framework/NoThrow.h"
 #include "config/QuillmarBasebandConfigurationState.h"
-#include "database/EmbedderDatabaseV2.h"
+#include "database/TimeSlotReservoir.h"
 #include "events/LumensealBasebandDetectorPlugin.h"
 #include "events/LumensealBasebandEmbedderPlugin.h"
 #include "events/VWMDetectionEvent.h"
@@ -17,6 +16,7 @@
 #include "framework/LicenseWarningEvent.h"
 #include "framework/Logger.h"
 #include "framework/MemoryAllocationErrorEvent.h"
+#include "framework/NoThrow.h"
 #include "framework/ProgressEvent.h"
 #include "framework/SignalLostEvent.h"
 #include "framework/SignalResumedEvent.h"

@@ -27,7 +27,7 @@
 #include "framework/ChannelBaseLicensed.h"
 #include "framework/platform/SystemTime.h"
 
-class EmbedderDatabaseV2;
+class TimeSlotReservoir;
 struct LSNDetection;
 
 namespace QuillmarBasebandSDK {
@@ -207,7 +207,7 @@ class QUILLMAR_API QuillmarBasebandSDKChannel : public ChannelBaseLicensed {
   std::string lastErrorText;
 
   // The run's time slot, reserved at Init (control thread), extended by the processing thread.
-  std::unique_ptr<EmbedderDatabaseV2> databaseHandler;
+  std::unique_ptr<TimeSlotReservoir> databaseHandler;  // a SQLite file or a database server
   std::string sharedDatabasePath;
   unsigned selectedCID = 0;
   SYSTEMTIME selectedStartTime{};

@@ -5,7 +5,7 @@
 
 #include "channel/QuillmarBasebandSDKChannel.h"
 #include "config/QuillmarBasebandConfigurationState.h"
-#include "database/EmbedderDatabaseV2.h"
+#include "database/TimeSlotReservoir.h"
 #include "events/LumensealBasebandEmbedderPlugin.h"
 #include "framework/CompletedEvent.h"
 #include "framework/Logger.h"
@@ -65,7 +65,7 @@ bool QuillmarBasebandSDKChannel::AllocateEmbeddingTimeslot(
   return NoThrow("QuillmarBasebandSDKChannel::AllocateEmbeddingTimeslot", false, [&] {
     Logger::Info(boost::format("Allocating timeslot from the shared database %1%, requested %2% seconds") %
                  databasePath % requestedSeconds);
-    if (databaseHandler == nullptr) databaseHandler = std::make_unique<EmbedderDatabaseV2>();
+    if (databaseHandler == nullptr) databaseHandler = TimeSlotReservoir::ForLocation(databasePath);
     for (int attemptsLeft = kAllocationAttempts; attemptsLeft != 0;) {
       try {
         AllocateOnce(databasePath, configCids, programCids, requestedSeconds, cid, start,

@@ -37,7 +37,7 @@ set(public_headers
   channel/EntryPoints.h channel/ErrorCode.h channel/QuillmarBasebandEmbedderListener.h
   channel/QuillmarBasebandSDKChannel.h
   config/ConfigurationModel.h config/ConfigurationReader.h config/QuillmarBasebandConfigurationState.h
-  database/CID_Timestamp_Lock_Record.h database/EmbedderDatabaseV2.h
+  database/CID_Timestamp_Lock_Record.h database/EmbedderDatabaseV2.h database/TimeSlotReservoir.h
   detector-api/CBasebandWMDetection.h detector-api/FrameScaling.h detector-api/LSNDetection.h
   detector-api/MirroredDetectionEvent.h detector-api/ScaleFoundEvent.h
   events/LumensealBasebandDetectorPlugin.h events/LumensealBasebandEmbedderPlugin.h

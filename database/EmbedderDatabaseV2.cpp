@@ -8,6 +8,7 @@
 
 #include "database/CppSQLite3DB.h"
 #include "database/CppSQLite3Exception.h"
+#include "database/SlotSelection.h"
 #include "database/TimeSlotSchema.h"
 #include "database/TimeTicks.h"
 #include "database/UtcClock.h"
@@ -43,12 +44,6 @@ std::string InsertUnlockedRow(std::int32_t cid, std::uint32_t high, std::uint32_
 std::string UpdateColumn(const char* column, std::uint32_t value, std::uint32_t cid) {
   return std::string("update TimeStampReservoirV2 set ") + column + " = " + std::to_string(value) +
          " where CID = " + std::to_string(cid) + ";";
-}
-
-std::string LockText(const SYSTEMTIME& lockedTill) {
-  return lockedTill.wYear != 1601
-             ? ", locked till " + EmbedderDatabaseV2::SystemTimeToString(&lockedTill) + ". "
-             : std::string(", not locked. ");
 }
 
 }  // namespace
@@ -261,9 +256,7 @@ bool EmbedderDatabaseV2::DB_RetrieveCompleteTable(std::vector<CID_Timestamp_Lock
 }
 
 bool EmbedderDatabaseV2::DB_UpdateRecord(CID_Timestamp_Lock_Record& record) {
-  Logger::Info(boost::format("Updating database: EID %1% allocated till %2%, locked till %3%") %
-               record.CID % SystemTimeToString(&record.Timestamp) %
-               SystemTimeToString(&record.LockedTill));
+  QuillmarBasebandSDK::LogRowUpdate(record);
   const std::string statements =
       UpdateColumn("TimestampHi", TimeTicks::High(record.Timestamp), record.CID) +
       UpdateColumn("TimestampLo", TimeTicks::Low(record.Timestamp), record.CID) +
@@ -278,38 +271,7 @@ bool EmbedderDatabaseV2::DB_UpdateRecord(CID_Timestamp_Lock_Record& record) {
 bool EmbedderDatabaseV2::FindOldestSuitableRecord(std::vector<CID_Timestamp_Lock_Record>& records,
                                                   std::vector<unsigned>& cids,
                                                   CID_Timestamp_Lock_Record& best) {
-  const SYSTEMTIME now = UtcClock::Now();
-  Logger::Info("Searching for a suitable EID to use for this embedding:");
-  if (records.empty()) return false;
-
-  bool found = false;
-  for (const CID_Timestamp_Lock_Record& record : records) {
-    std::string line = "EID " + std::to_string(record.CID) + " allocated till " +
-                       SystemTimeToString(&record.Timestamp) + LockText(record.LockedTill);
-    bool inProgram = false;
-    for (const unsigned cid : cids) {
-      if (cid != record.CID) continue;
-      inProgram = true;
-      if (IsAfter(&record.LockedTill, &now)) {
-        line += "EID is in program, but still locked by another embedding instance. Cannot use.";
-      } else {
-        line += "EID is in program, and not locked. Can use!";
-        best = found ? FindOlderRecord(best, record) : record;
-        found = true;
-      }
-    }
-    if (!inProgram) line += "EID is not in program, cannot use.";
-    Logger::Info(line);
-  }
-  if (!found) return false;
-
-  best.Timestamp = FindNewerTimestamp(&best.Timestamp, &now);
-  const std::int64_t ahead = DurationSeconds(&now, &best.Timestamp);
-  if (ahead < THR_EMBED_IN_FUTURE_SECONDS + 1) return true;
-  Logger::Error(boost::format("Best suitable timeslot starts %1% seconds in the future; it is more "
-                              "than allowed %2% seconds. Embedding is not possible!") %
-                ahead % THR_EMBED_IN_FUTURE_SECONDS);
-  return false;
+  return QuillmarBasebandSDK::SelectOldestSuitable(records, cids, UtcClock::Now(), best);
 }
 
 void EmbedderDatabaseV2::UpdateTimestampAndLock(CID_Timestamp_Lock_Record& record, int seconds,

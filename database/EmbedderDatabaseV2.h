@@ -1,5 +1,5 @@
 // EmbedderDatabaseV2: the machine-wide reservoir of CIDs and time slots that keeps two embedders
-// from stamping the same CID for overlapping periods.
+// from stamping the same CID for overlapping periods (a TimeSlotReservoir on a SQLite file).
 //
 // One SQLite file, shared by every embedder on the machine, holds one row per CID: until when its
 // time stamps have been handed out ("allocated till") and until when a running embedding holds it
@@ -26,12 +26,13 @@
 #include <vector>
 
 #include "database/CID_Timestamp_Lock_Record.h"
+#include "database/TimeSlotReservoir.h"
 #include "framework/platform/Export.h"
 #include "framework/platform/SystemTime.h"
 
 class CppSQLite3DB;
 
-class QUILLMAR_API EmbedderDatabaseV2 {
+class QUILLMAR_API EmbedderDatabaseV2 : public TimeSlotReservoir {
  public:
   // The schema version this class writes and accepts.
   static constexpr int CURRENT_DB_VERSION = 2;
@@ -45,32 +46,32 @@ class QUILLMAR_API EmbedderDatabaseV2 {
   EmbedderDatabaseV2(const EmbedderDatabaseV2&) = delete;
   EmbedderDatabaseV2& operator=(const EmbedderDatabaseV2&) = delete;
   // Finalises an allocation still held under a lease (keeping its allocated duration), then closes.
-  ~EmbedderDatabaseV2();
+  ~EmbedderDatabaseV2() override;
 
   // Opens the file at `path` (created when missing) unless already open, brings its schema to the
   // current version and adds an unlocked row, allocated till now, for each of `cids` not yet in the
   // table. Drops any allocation held by this object. The first path is kept: a later call with
   // another path fails and leaves the open connection as it is.
-  bool Init(const char* path, const std::list<unsigned>& cids, std::string& err);
+  bool Init(const char* path, const std::list<unsigned>& cids, std::string& err) override;
 
   // True when a connection is open.
-  bool CheckDatabaseExists();
+  bool CheckDatabaseExists() override;
 
   // Grants the slot [start, start + durationSeconds) for the CID of `cids` that is not leased and
   // was allocated the least far ahead (the earlier row on ties); start is that CID's allocated-till
   // time or now, whichever is later, and at most THR_EMBED_IN_FUTURE_SECONDS ahead. Leases the CID
   // for lockSeconds from now (0 or less: no lease). On false nothing was granted.
   bool AllocateEmbeddingTimeslot(std::vector<unsigned> cids, int durationSeconds, unsigned& cid,
-                                 SYSTEMTIME& start, std::string& err, int lockSeconds);
+                                 SYSTEMTIME& start, std::string& err, int lockSeconds) override;
 
   // Lengthens the held slot by extraSeconds and renews the lease for lockSeconds from now. Returns
   // the new total duration; 0 when nothing is held, no lease is used (the allocation is then
   // dropped) or the lease was lost to another embedder (the caller must stop stamping the CID).
-  int ExtendTimeslot(int extraSeconds, std::string& err, int lockSeconds);
+  int ExtendTimeslot(int extraSeconds, std::string& err, int lockSeconds) override;
 
   // Ends the held slot at start + keepSeconds (the rest returns to the pool) and releases the
   // lease. True also when nothing was held or no lease is used; false when the lease was lost.
-  bool FinalizeEmbedding(int keepSeconds, std::string& err);
+  bool FinalizeEmbedding(int keepSeconds, std::string& err) override;
 
   // Tick-exact comparisons and arithmetic of UTC times; the arguments are not changed.
   // True when a is later than b.

@@ -3,6 +3,7 @@
 #include <boost/format.hpp>
 #include <cstdlib>
 #include <string>
+#include <unordered_map>
 
 #include "database/CppSQLite3DB.h"
 #include "database/TimeTicks.h"
@@ -21,6 +22,11 @@ int CountTablesNamed(CppSQLite3DB& db, const char* name) {
 SYSTEMTIME TimeOfHalves(const CppSQLite3Table& table, const char* high, const char* low) {
   return TimeTicks::FromHalves(TimeSlotSchema::ParseUnsigned(table.fieldValue(high)),
                                TimeSlotSchema::ParseUnsigned(table.fieldValue(low)));
+}
+
+// Both halves of a time as the SQL values of two columns.
+std::string Halves(const SYSTEMTIME& time) {
+  return std::to_string(TimeTicks::High(time)) + ", " + std::to_string(TimeTicks::Low(time));
 }
 
 }  // namespace
@@ -48,6 +54,36 @@ std::vector<CID_Timestamp_Lock_Record> TimeSlotSchema::ReadSlots(CppSQLite3DB& d
     record.LockedTill = TimeOfHalves(table, "LockedTillHi", "LockedTillLo");
   }
   return records;
+}
+
+std::size_t TimeSlotSchema::MergeSlots(CppSQLite3DB& db,
+                                       const std::vector<CID_Timestamp_Lock_Record>& rows) {
+  std::unordered_map<std::uint32_t, std::uint64_t> allocatedTill;
+  for (const CID_Timestamp_Lock_Record& row : ReadSlots(db)) {
+    allocatedTill[row.CID] = TimeTicks::FromSystemTime(row.Timestamp);
+  }
+  std::size_t changed = 0;
+  for (const CID_Timestamp_Lock_Record& row : rows) {
+    const std::string cid = std::to_string(static_cast<std::int32_t>(row.CID));
+    const auto present = allocatedTill.find(row.CID);
+    if (present == allocatedTill.end()) {
+      db.execDML(("insert into TimeStampReservoirV2 values(" + cid + ", " + Halves(row.Timestamp) +
+                  ", " + Halves(row.LockedTill) + ");")
+                     .c_str());
+    } else if (present->second < TimeTicks::FromSystemTime(row.Timestamp)) {
+      db.execDML((boost::format("update TimeStampReservoirV2 set TimestampHi = %1%, TimestampLo = "
+                                "%2%, LockedTillHi = %3%, LockedTillLo = %4% where CID = %5%;") %
+                  TimeTicks::High(row.Timestamp) % TimeTicks::Low(row.Timestamp) %
+                  TimeTicks::High(row.LockedTill) % TimeTicks::Low(row.LockedTill) % cid)
+                     .str()
+                     .c_str());
+    } else {
+      continue;
+    }
+    allocatedTill[row.CID] = TimeTicks::FromSystemTime(row.Timestamp);
+    ++changed;
+  }
+  return changed;
 }
 
 std::int32_t TimeSlotSchema::ParseSigned(const char* text) {

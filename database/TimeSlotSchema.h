@@ -4,6 +4,7 @@
 // each call uses the caller's connection, so the connection's rules apply (one thread at a time).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -31,6 +32,12 @@ class TimeSlotSchema {
 
   // Every row of "TimeStampReservoirV2" in table order. Throws CppSQLite3Exception.
   static std::vector<CID_Timestamp_Lock_Record> ReadSlots(CppSQLite3DB& db);
+
+  // Merges `rows` into "TimeStampReservoirV2" inside the caller's transaction: a CID missing from
+  // the table is added; one present takes the row's times when the row is allocated further
+  // ahead. The number of rows added or changed. Throws CppSQLite3Exception.
+  static std::size_t MergeSlots(CppSQLite3DB& db,
+                                const std::vector<CID_Timestamp_Lock_Record>& rows);
 
   // A stored integer read with a signed conversion; null (SQL NULL) reads as 0.
   static std::int32_t ParseSigned(const char* text);

@@ -1,22 +1,30 @@
-// Embedders in separate processes sharing one time-slot file: no two of them ever keep
-// overlapping times of one CID, no busy failure escapes, and a process killed while it holds the
-// write lock leaves the file consistent and usable.
+// Embedders in separate processes sharing one reservoir: a SQLite file (the embedders of one
+// machine) or a PostgreSQL server (each process standing for a host of a fleet). No two of them
+// ever keep overlapping times of one CID; every slot a process was told it has is in the table;
+// no lease outlives its time, even when processes are killed at random and the server crashes.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <numeric>
 #include <random>
 #include <sstream>
+#include <thread>
 
 #include "database/CppSQLite3DB.h"
 #include "database/CppSQLite3Exception.h"
 #include "database/DatabaseTestSupport.h"
 #include "database/EmbedderDatabaseV2.h"
+#include "database/ReservoirTable.h"
+#include "database/TimeSlotReservoir.h"
 #include "database/TimeTicks.h"
+#include "database/UtcClock.h"
+#include "database/postgres/PostgresTestSupport.h"
 #include "framework/Logger.h"
 #include "framework/testing/ChildProcess.h"
 
@@ -27,45 +35,61 @@ using Framework::Testing::ChildProcess;
 using Testing::TemporaryFolder;
 
 const std::list<unsigned> kCids = {1, 2, 3, 4, 5, 6};
-constexpr int kProcesses = 4;
 constexpr int kCyclesPerProcess = 200;
-
-// One session's kept time of one CID, in ticks: [start, end).
-struct KeptSlot {
-  unsigned cid;
-  std::uint64_t start;
-  std::uint64_t end;
-  int process;
-};
-
-// What one worker process saw: its kept slots ("K cid start end"), and anything unexpected
-// ("E text"): an error other than "no usable CID right now", such as a busy database.
-struct SessionLog {
-  std::vector<KeptSlot> kept;
-  std::vector<std::string> errors;
-  int refusals = 0;
-};
-
-constexpr const char* kNoUsableCid = "cannot find suitable record";
+constexpr int kUntilStopped = -1;
 
 std::uint64_t Ticks(const SYSTEMTIME& time) { return TimeTicks::FromSystemTime(time); }
 
-// Runs `cycles` embedding sessions on `path`: a random subset of the CIDs, a random length,
-// a lease or none, up to two extensions, and a finalisation keeping a random part. Writes what it
-// kept and every unexpected failure to `logPath`.
-int RunSessions(const std::string& path, const std::string& logPath, unsigned seed, int cycles) {
+// A time of one CID a process was told it has, in ticks: [start, end), leased till at most
+// leaseBound (0: no lease).
+struct Slot {
+  unsigned cid = 0;
+  std::uint64_t start = 0;
+  std::uint64_t end = 0;
+  std::uint64_t leaseBound = 0;
+  int process = 0;
+};
+
+// What the processes logged, one line per event: "G" a grant, "X" an extension, "K" what a
+// finalisation kept ("cid start end leaseBound"), "F" a failed finalisation, "R" a refusal
+// (no usable CID), "E text" any other failure, and after a failed call that may yet have
+// written a lease (its commit broke off), "U leaseBound".
+struct SessionLog {
+  std::vector<Slot> slots;  // each session's last word: kept, or granted and never finalised
+  std::vector<std::string> errors;
+  int refusals = 0;
+  int unfinalised = 0;  // sessions that may have left a lease
+  std::uint64_t unknownLeaseBound = 0;
+};
+
+// Runs embedding sessions on `location` (`cycles` of them, or until the file `stop` exists): a
+// random subset of the CIDs, a random length, a lease or none, up to two extensions, and a
+// finalisation keeping a random part. Logs every event to `logPath` as it happens.
+int RunSessions(const std::string& location, const std::string& logPath, unsigned seed, int cycles,
+                const std::string& stop) {
   std::mt19937 random(seed);
   auto uniform = [&random](int low, int high) {
     return std::uniform_int_distribution<int>(low, high)(random);
   };
   std::ofstream log(logPath);
+  // The latest end of a lease of `seconds` granted so far.
+  auto bound = [](int seconds) {
+    return seconds > 0 ? Ticks(TimeTicks::AddSeconds(UtcClock::Now(), seconds)) : 0;
+  };
+  auto slotLine = [&](char kind, unsigned cid, const SYSTEMTIME& start, int seconds, int lease) {
+    log << kind << ' ' << cid << ' ' << Ticks(start) << ' '
+        << Ticks(TimeTicks::AddSeconds(start, seconds)) << ' ' << bound(lease) << std::endl;
+  };
+  auto failure = [&](const std::string& error, int lease) {
+    log << "E " << error << "\nU " << bound(lease) << std::endl;
+  };
   std::string err;
-  EmbedderDatabaseV2 db;
-  if (!db.Init(path.c_str(), kCids, err)) {
-    log << "E " << err << '\n';
+  auto reservoir = TimeSlotReservoir::ForLocation(location);
+  if (!reservoir->Init(location.c_str(), kCids, err)) {
+    log << "E " << err << std::endl;
     return 0;
   }
-  for (int cycle = 0; cycle < cycles; ++cycle) {
+  for (int cycle = 0; cycle != cycles && !std::filesystem::exists(stop); ++cycle) {
     std::vector<unsigned> program;
     for (const unsigned cid : kCids) {
       if (uniform(0, 1) == 1) program.push_back(cid);
@@ -77,104 +101,216 @@ int RunSessions(const std::string& path, const std::string& logPath, unsigned se
 
     unsigned cid = 0;
     SYSTEMTIME start{};
-    if (!db.AllocateEmbeddingTimeslot(program, duration, cid, start, err, lockSeconds)) {
-      if (err.find(kNoUsableCid) == std::string::npos) log << "E " << err << '\n';
-      log << "R\n";
+    if (!reservoir->AllocateEmbeddingTimeslot(program, duration, cid, start, err, lockSeconds)) {
+      if (err.find("cannot find suitable record") != std::string::npos) {
+        log << "R" << std::endl;
+      } else {
+        failure(err, lockSeconds);
+      }
       continue;
     }
+    slotLine('G', cid, start, duration, lockSeconds);
     int total = duration;
     for (int extensions = uniform(0, 2); extensions > 0 && lockSeconds > 0; --extensions) {
-      total = db.ExtendTimeslot(uniform(0, 60), err, lockSeconds);
-      if (total == 0) log << "E " << err << '\n';
+      // At least a second: a total of 0 would read as a failure.
+      const int extended = reservoir->ExtendTimeslot(uniform(1, 60), err, lockSeconds);
+      if (extended == 0) {
+        failure(err, lockSeconds);
+        continue;
+      }
+      total = extended;
+      slotLine('X', cid, start, total, lockSeconds);
     }
     const int keep = lockSeconds > 0 ? uniform(0, total) : duration;
-    if (!db.FinalizeEmbedding(keep, err)) log << "E " << err << '\n';
-    log << "K " << cid << ' ' << Ticks(start) << ' '
-        << Ticks(TimeTicks::AddSeconds(start, keep)) << '\n';
+    if (reservoir->FinalizeEmbedding(keep, err)) {
+      slotLine('K', cid, start, keep, 0);
+    } else {
+      log << "F\nE " << err << std::endl;
+    }
   }
   return 0;
 }
 
+std::string LogName(int process) { return "sessions-" + std::to_string(process) + ".log"; }
+
 SessionLog ReadSessionLogs(const TemporaryFolder& folder, int processes) {
   SessionLog all;
   for (int process = 0; process < processes; ++process) {
-    std::ifstream log(folder.File("sessions-" + std::to_string(process) + ".log"));
+    std::ifstream log(folder.File(LogName(process)));
+    std::optional<Slot> open;  // the session granted last and not yet finalised
+    auto close = [&all, &open](bool finalised) {
+      if (open) all.slots.push_back(*open);
+      all.unfinalised += open && !finalised ? 1 : 0;
+      open.reset();
+    };
     std::string line;
     while (std::getline(log, line)) {
       std::istringstream fields(line);
       std::string kind;
       fields >> kind;
-      if (kind == "K") {
-        KeptSlot slot{0, 0, 0, process};
-        fields >> slot.cid >> slot.start >> slot.end;
-        all.kept.push_back(slot);
+      Slot slot;
+      slot.process = process;
+      if (kind == "G" || kind == "X" || kind == "K") {
+        // A line cut short by a kill is no event.
+        if (!(fields >> slot.cid >> slot.start >> slot.end >> slot.leaseBound)) continue;
+        if (kind == "G") close(false);
+        open = slot;
+        if (kind == "K") close(true);
       } else if (kind == "R") {
         ++all.refusals;
-      } else {
+      } else if (kind == "U") {
+        std::uint64_t bound = 0;
+        fields >> bound;
+        all.unknownLeaseBound = std::max(all.unknownLeaseBound, bound);
+        all.unfinalised += bound > 0 ? 1 : 0;
+      } else if (kind == "E") {
         all.errors.push_back(line);
       }
     }
+    close(false);
   }
   return all;
 }
 
-// Every pair of kept slots of one CID that share time, as text; empty when there is none.
+// Every pair of slots of one CID that share time, as text; empty when there is none.
 // A slot of no length holds no time, so it shares none.
-std::vector<std::string> Overlaps(std::vector<KeptSlot> slots) {
+std::vector<std::string> Overlaps(std::vector<Slot> slots) {
   slots.erase(std::remove_if(slots.begin(), slots.end(),
-                             [](const KeptSlot& slot) { return slot.start == slot.end; }),
+                             [](const Slot& slot) { return slot.start == slot.end; }),
               slots.end());
-  std::sort(slots.begin(), slots.end(), [](const KeptSlot& a, const KeptSlot& b) {
+  std::sort(slots.begin(), slots.end(), [](const Slot& a, const Slot& b) {
     return a.cid != b.cid ? a.cid < b.cid : a.start < b.start;
   });
   std::vector<std::string> overlaps;
   for (std::size_t i = 1; i < slots.size(); ++i) {
-    const KeptSlot& before = slots[i - 1];
-    const KeptSlot& after = slots[i];
+    const Slot& before = slots[i - 1];
+    const Slot& after = slots[i];
     if (before.cid == after.cid && after.start < before.end) {
       overlaps.push_back("CID " + std::to_string(after.cid) + ": process " +
-                         std::to_string(before.process) + " kept until " +
-                         std::to_string(before.end) + ", process " +
-                         std::to_string(after.process) + " from " + std::to_string(after.start));
+                         std::to_string(before.process) + " has until " +
+                         std::to_string(before.end) + ", process " + std::to_string(after.process) +
+                         " from " + std::to_string(after.start));
     }
   }
   return overlaps;
 }
 
-void ExpectFileConsistentAndUnlocked(const std::string& path) {
-  EXPECT_EQ("ok", Testing::QuerySql(path, "PRAGMA integrity_check;"));
-  for (const auto& row : Testing::ReadSlots(path)) {
-    EXPECT_EQ(0u, Ticks(row.LockedTill)) << "CID " << row.CID << " is still leased";
+// The table holds every slot, and a lease only where a session was never finalised, ending no
+// later than its grant allowed. Returns the number of leased rows.
+int ExpectTableHoldsTheSlots(const std::string& location, const SessionLog& sessions) {
+  std::map<unsigned, CID_Timestamp_Lock_Record> rows;
+  for (const auto& row : ReservoirTable::Read(location).rows) rows[row.CID] = row;
+  EXPECT_EQ(kCids.size(), rows.size());
+  std::map<unsigned, std::uint64_t> leaseBound;
+  for (const Slot& slot : sessions.slots) {
+    EXPECT_LE(slot.end, Ticks(rows[slot.cid].Timestamp))
+        << "CID " << slot.cid << ": process " << slot.process << "'s slot is not in the table";
+    leaseBound[slot.cid] = std::max(leaseBound[slot.cid], slot.leaseBound);
   }
+  int leased = 0;
+  for (const auto& [cid, row] : rows) {
+    if (Ticks(row.LockedTill) == 0) continue;
+    ++leased;
+    EXPECT_LE(Ticks(row.LockedTill), std::max(leaseBound[cid], sessions.unknownLeaseBound))
+        << "CID " << cid << "'s lease outlives its time";
+  }
+  EXPECT_LE(leased, sessions.unfinalised);
+  return leased;
 }
 
-int StartWorkers(const TemporaryFolder& folder, int first, int count, int cycles,
-                 std::vector<std::unique_ptr<ChildProcess>>& children) {
-  for (int process = first; process < first + count; ++process) {
-    children.push_back(std::make_unique<ChildProcess>([&folder, process, cycles] {
-      return RunSessions(folder.File("slots.db"), folder.File("sessions-" + std::to_string(process) + ".log"),
-                         static_cast<unsigned>(process) * 7919u + 1u, cycles);
-    }));
+class TimeSlotProcesses : public ::testing::TestWithParam<std::string> {
+ protected:
+  bool OnServer() const { return GetParam() == "postgresql"; }
+  int Processes() const { return OnServer() ? 8 : 4; }
+
+  // A new reservoir of the backend under test.
+  std::string NewLocation() {
+    if (!OnServer()) return folder_.File("slots.db");
+    server_ = std::make_unique<Testing::PostgresServer>();
+    return server_->NewReservoir();
   }
-  return first + count;
-}
 
-TEST(TimeSlotProcesses, ConcurrentSessionsNeverKeepOverlappingTimesOfOneCid) {
-  TemporaryFolder folder;
-  std::vector<std::unique_ptr<ChildProcess>> children;
-  // The processes also race to create the file's tables.
-  StartWorkers(folder, 0, kProcesses, kCyclesPerProcess, children);
-  for (auto& child : children) EXPECT_EQ(0, child->Wait());
+  void StartWorkers(const std::string& location, int count, int cycles) {
+    for (int i = 0; i < count; ++i) {
+      const int process = static_cast<int>(children_.size());
+      children_.push_back(std::make_unique<ChildProcess>([=] {
+        return RunSessions(location, folder_.File(LogName(process)),
+                           static_cast<unsigned>(process) * 7919u + 1u, cycles,
+                           folder_.File("stop"));
+      }));
+    }
+  }
 
-  const SessionLog sessions = ReadSessionLogs(folder, kProcesses);
+  // Waits until the logs hold `lines` more lines of `kind` than `since`; their count then.
+  int WaitForLines(char kind, int since, int lines) {
+    for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+         std::chrono::steady_clock::now() < deadline;
+         std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+      int count = 0;
+      for (std::size_t process = 0; process < children_.size(); ++process) {
+        std::ifstream log(folder_.File(LogName(static_cast<int>(process))));
+        for (std::string line; std::getline(log, line);) count += line[0] == kind ? 1 : 0;
+      }
+      if (count >= since + lines) return count;
+    }
+    ADD_FAILURE() << "the workers stopped making progress";
+    return since;
+  }
+
+  TemporaryFolder folder_;
+  std::unique_ptr<Testing::PostgresServer> server_;
+  std::vector<std::unique_ptr<ChildProcess>> children_;
+};
+
+TEST_P(TimeSlotProcesses, ConcurrentSessionsNeverKeepOverlappingTimesOfOneCid) {
+  // The processes also race to create the tables.
+  const std::string location = NewLocation();
+  StartWorkers(location, Processes(), kCyclesPerProcess);
+  for (auto& child : children_) EXPECT_EQ(0, child->Wait());
+
+  const SessionLog sessions = ReadSessionLogs(folder_, Processes());
   EXPECT_EQ(std::vector<std::string>{}, sessions.errors);
-  EXPECT_EQ(std::vector<std::string>{}, Overlaps(sessions.kept));
-  EXPECT_EQ(kProcesses * kCyclesPerProcess,
-            static_cast<int>(sessions.kept.size()) + sessions.refusals);
-  EXPECT_GT(sessions.kept.size(), static_cast<std::size_t>(kProcesses * kCyclesPerProcess / 2));
-  EXPECT_EQ(kCids.size(), Testing::ReadSlots(folder.File("slots.db")).size());
-  ExpectFileConsistentAndUnlocked(folder.File("slots.db"));
+  EXPECT_EQ(std::vector<std::string>{}, Overlaps(sessions.slots));
+  EXPECT_EQ(Processes() * kCyclesPerProcess,
+            static_cast<int>(sessions.slots.size()) + sessions.refusals);
+  EXPECT_GT(sessions.slots.size(), static_cast<std::size_t>(Processes() * kCyclesPerProcess / 2));
+  EXPECT_EQ(0, ExpectTableHoldsTheSlots(location, sessions)) << "every lease released";
+  if (!OnServer()) {
+    EXPECT_EQ("ok", Testing::QuerySql(location, "PRAGMA integrity_check;"));
+  }
 }
+
+TEST_P(TimeSlotProcesses, KilledProcessesAndACrashedServerLoseNoSlotAndSplitNone) {
+  const std::string location = NewLocation();
+  StartWorkers(location, Processes(), kUntilStopped);
+  int kept = WaitForLines('K', 0, 40);
+  std::vector<std::size_t> order(children_.size());
+  std::iota(order.begin(), order.end(), 0);
+  std::shuffle(order.begin(), order.end(), std::mt19937(std::random_device()()));
+  for (const std::size_t victim : {order[0], order[1]}) {
+    children_[victim]->Kill();
+    EXPECT_EQ(128 + SIGKILL, children_[victim]->Wait());
+  }
+  if (OnServer()) server_->RestartImmediately();
+  kept = WaitForLines('K', kept, 40);
+  std::ofstream(folder_.File("stop")).put('\n');
+  for (auto& child : children_) child->Wait();
+
+  SessionLog sessions = ReadSessionLogs(folder_, Processes());
+  // Only the server's going away may fail a call, and such a failure is reported as the server's.
+  sessions.errors.erase(std::remove_if(sessions.errors.begin(), sessions.errors.end(),
+                                       [this](const std::string& error) {
+                                         return OnServer() &&
+                                                error.rfind("E PostgresReservoir::", 0) == 0;
+                                       }),
+                        sessions.errors.end());
+  EXPECT_EQ(std::vector<std::string>{}, sessions.errors);
+  EXPECT_EQ(std::vector<std::string>{}, Overlaps(sessions.slots));
+  ExpectTableHoldsTheSlots(location, sessions);
+}
+
+INSTANTIATE_TEST_SUITE_P(, TimeSlotProcesses, ::testing::Values("sqlite", "postgresql"),
+                         [](const auto& test) { return test.param; });
 
 // Writes one byte to `pipe` when the process logs that its row update ran, then waits to be
 // killed: the process then holds the write lock inside an open transaction.
@@ -194,7 +330,7 @@ class StopInsideTransaction : public Framework::LogSink {
   int pipe_;
 };
 
-TEST(TimeSlotProcesses, KillingTheLockHolderMidTransactionLeavesAUsableFile) {
+TEST(TimeSlotFileProcesses, KillingTheLockHolderMidTransactionLeavesAUsableFile) {
   TemporaryFolder folder;
   const std::string path = folder.File("slots.db");
   {
@@ -206,7 +342,14 @@ TEST(TimeSlotProcesses, KillingTheLockHolderMidTransactionLeavesAUsableFile) {
   ASSERT_EQ(0, pipe(handshake));
 
   std::vector<std::unique_ptr<ChildProcess>> children;
-  int processes = StartWorkers(folder, 0, 2, kCyclesPerProcess / 4, children);
+  auto startWorker = [&](int process) {
+    children.push_back(std::make_unique<ChildProcess>([&, process] {
+      return RunSessions(path, folder.File(LogName(process)), process * 7919u + 1u,
+                         kCyclesPerProcess / 4, folder.File("stop"));
+    }));
+  };
+  startWorker(0);
+  startWorker(1);
   ChildProcess victim([&] {
     Framework::Logger::AddSink(std::make_shared<StopInsideTransaction>(handshake[1]));
     EmbedderDatabaseV2 db;
@@ -238,17 +381,18 @@ TEST(TimeSlotProcesses, KillingTheLockHolderMidTransactionLeavesAUsableFile) {
   victim.Kill();
   EXPECT_EQ(128 + SIGKILL, victim.Wait());
   // The next process, and the workers that waited for the lock, allocate as usual.
-  processes = StartWorkers(folder, processes, 1, kCyclesPerProcess / 4, children);
+  startWorker(2);
   for (auto& child : children) EXPECT_EQ(0, child->Wait());
 
-  const SessionLog sessions = ReadSessionLogs(folder, processes);
+  const SessionLog sessions = ReadSessionLogs(folder, 3);
   EXPECT_EQ(std::vector<std::string>{}, sessions.errors);
-  EXPECT_EQ(std::vector<std::string>{}, Overlaps(sessions.kept));
-  EXPECT_TRUE(std::any_of(sessions.kept.begin(), sessions.kept.end(),
-                          [&](const KeptSlot& slot) { return slot.process == processes - 1; }))
-      << "the process started after the kill kept a slot";
+  EXPECT_EQ(std::vector<std::string>{}, Overlaps(sessions.slots));
+  EXPECT_TRUE(std::any_of(sessions.slots.begin(), sessions.slots.end(), [](const Slot& slot) {
+    return slot.process == 2;
+  })) << "the process started after the kill kept a slot";
   // The victim's lease of 3600 s was never committed.
-  ExpectFileConsistentAndUnlocked(path);
+  EXPECT_EQ(0, ExpectTableHoldsTheSlots(path, sessions));
+  EXPECT_EQ("ok", Testing::QuerySql(path, "PRAGMA integrity_check;"));
 }
 
 }  // namespace
