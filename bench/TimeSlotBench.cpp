@@ -1,18 +1,20 @@
-// Time-slot database under load: allocate+finalise cycles per second and their p99 latency on
-// tables of 10, 1,000 and 10,000 CIDs with 1, 2, 4 and 8 processes on one file, beside a bare
-// "BEGIN IMMEDIATE TRANSACTION; END TRANSACTION;" loop on the same file (the cost of the write
-// lock alone).
+// Time-slot reservoirs under load: allocate+finalise cycles per second and their p99 latency on
+// tables of 10, 1,000 and 10,000 CIDs with 1, 2, 4 and 8 processes, on one SQLite file and on a
+// throwaway PostgreSQL server (Unix socket, fsync off), beside a bare
+// "BEGIN IMMEDIATE TRANSACTION; END TRANSACTION;" loop on the file (the cost of the write lock
+// alone).
 //
-// Each run forks the processes, lets each open the file, releases them together and lets each
-// loop for kRunSeconds. A session's program holds 10 CIDs spread over the table, so that every
-// search reads the whole table; each allocation leases its CID for 60 s and is finalised at once.
+// Each run forks the processes, lets each open the reservoir, releases them together and lets
+// each loop for kRunSeconds. Each process's program holds 10 CIDs spread over the table, its own
+// where the table has room (process p takes the CIDs p + 1, p + 1 + n/10, ...), as embedders of
+// different channels do; each allocation leases its CID for 60 s and is finalised at once.
 // No log sink is attached: log lines are built but written nowhere.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <chrono>
+#include <cstdint>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -22,6 +24,8 @@
 #include "database/CppSQLite3DB.h"
 #include "database/DatabaseTestSupport.h"
 #include "database/EmbedderDatabaseV2.h"
+#include "database/TimeSlotReservoir.h"
+#include "database/postgres/PostgresTestSupport.h"
 #include "framework/testing/ChildProcess.h"
 
 namespace QuillmarBasebandSDK {
@@ -38,31 +42,40 @@ constexpr int kLeaseSeconds = 60;
 
 // One loop iteration of one process; returns false when it failed.
 using Cycle = std::function<bool()>;
-// Opens what a process needs and returns its loop iteration.
-using OpenCycle = std::function<Cycle(const std::string& path, int tableCids)>;
+// Opens what process number `process` needs and returns its loop iteration.
+using OpenCycle = std::function<Cycle(const std::string& location, int tableCids, int process)>;
 
-// The folder and the database file of each table size, created once and shared by every run.
-const std::string& FileWithCids(int tableCids) {
-  static TemporaryFolder* folder = new TemporaryFolder;
-  static std::map<int, std::string> files;
-  auto found = files.find(tableCids);
-  if (found != files.end()) return found->second;
-  const std::string path = folder->File("slots-" + std::to_string(tableCids) + ".db");
+enum class Backend { File, Server };
+
+// The reservoir of each backend and table size, made once and shared by every run.
+const std::string& ReservoirWithCids(Backend backend, int tableCids) {
+  static auto* folder = new TemporaryFolder;
+  static std::unique_ptr<Testing::PostgresServer> server;  // started when first needed
+  static std::map<std::pair<Backend, int>, std::string> locations;
+  auto found = locations.find({backend, tableCids});
+  if (found != locations.end()) return found->second;
+  if (backend == Backend::Server && server == nullptr) {
+    server = std::make_unique<Testing::PostgresServer>();
+  }
+  const std::string location = backend == Backend::File
+                                   ? folder->File("slots-" + std::to_string(tableCids) + ".db")
+                                   : server->NewReservoir();
   std::list<unsigned> cids(static_cast<std::size_t>(tableCids));
   std::iota(cids.begin(), cids.end(), 1u);
-  EmbedderDatabaseV2 db;
+  auto reservoir = TimeSlotReservoir::ForLocation(location);
   std::string err;
-  if (!db.Init(path.c_str(), cids, err)) throw std::runtime_error(err);
-  return files.emplace(tableCids, path).first->second;
+  if (!reservoir->Init(location.c_str(), cids, err)) throw std::runtime_error(err);
+  return locations.emplace(std::make_pair(backend, tableCids), location).first->second;
 }
 
-Cycle AllocateAndFinalize(const std::string& path, int tableCids) {
-  auto db = std::make_shared<EmbedderDatabaseV2>();
+Cycle AllocateAndFinalize(const std::string& location, int tableCids, int process) {
+  std::shared_ptr<TimeSlotReservoir> db = TimeSlotReservoir::ForLocation(location);
   std::string err;
-  if (!db->Init(path.c_str(), {}, err)) throw std::runtime_error(err);
+  if (!db->Init(location.c_str(), {}, err)) throw std::runtime_error(err);
   std::vector<unsigned> program;
   for (int i = 0; i < kProgramCids; ++i) {
-    program.push_back(static_cast<unsigned>(tableCids - i * tableCids / kProgramCids));
+    program.push_back(
+        static_cast<unsigned>((process + i * tableCids / kProgramCids) % tableCids + 1));
   }
   return [db, program] {
     std::string error;
@@ -73,7 +86,7 @@ Cycle AllocateAndFinalize(const std::string& path, int tableCids) {
   };
 }
 
-Cycle BareTransaction(const std::string& path, int) {
+Cycle BareTransaction(const std::string& path, int, int) {
   auto db = std::make_shared<CppSQLite3DB>(EmbedderDatabaseV2::kBusyTimeoutMs);
   db->open(path.c_str());
   return [db] {
@@ -114,10 +127,10 @@ std::vector<std::int64_t> ReadRecord(const std::string& path) {
   return record;
 }
 
-void RunProcesses(benchmark::State& state, const OpenCycle& open) {
+void RunProcesses(benchmark::State& state, Backend backend, const OpenCycle& open) {
   const int tableCids = static_cast<int>(state.range(0));
   const int processes = static_cast<int>(state.range(1));
-  const std::string& path = FileWithCids(tableCids);
+  const std::string& location = ReservoirWithCids(backend, tableCids);
   TemporaryFolder results;
   for (auto _ : state) {
     int barrier[2];
@@ -125,8 +138,8 @@ void RunProcesses(benchmark::State& state, const OpenCycle& open) {
     std::vector<std::unique_ptr<ChildProcess>> children;
     for (int process = 0; process < processes; ++process) {
       const std::string out = results.File("latencies-" + std::to_string(process));
-      children.push_back(std::make_unique<ChildProcess>([&, out] {
-        const Cycle cycle = open(path, tableCids);
+      children.push_back(std::make_unique<ChildProcess>([&, out, process] {
+        const Cycle cycle = open(location, tableCids, process);
         close(barrier[1]);
         char go = 0;
         if (read(barrier[0], &go, 1) != 0) return 2;  // released by the parent closing the pipe
@@ -163,8 +176,15 @@ void RunProcesses(benchmark::State& state, const OpenCycle& open) {
   }
 }
 
-void BM_AllocateFinalize(benchmark::State& state) { RunProcesses(state, AllocateAndFinalize); }
-void BM_BareTransaction(benchmark::State& state) { RunProcesses(state, BareTransaction); }
+void BM_AllocateFinalize(benchmark::State& state) {
+  RunProcesses(state, Backend::File, AllocateAndFinalize);
+}
+void BM_AllocateFinalizeOnServer(benchmark::State& state) {
+  RunProcesses(state, Backend::Server, AllocateAndFinalize);
+}
+void BM_BareTransaction(benchmark::State& state) {
+  RunProcesses(state, Backend::File, BareTransaction);
+}
 
 void Sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->ArgNames({"cids", "procs"})
@@ -175,6 +195,7 @@ void Sizes(benchmark::internal::Benchmark* benchmark) {
 }
 
 BENCHMARK(BM_AllocateFinalize)->Apply(Sizes);
+BENCHMARK(BM_AllocateFinalizeOnServer)->Apply(Sizes);
 BENCHMARK(BM_BareTransaction)->Apply(Sizes);
 
 }  // namespace
