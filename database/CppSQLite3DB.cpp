@@ -35,6 +35,18 @@ void CppSQLite3DB::open(const char* fileName) {
 
 void CppSQLite3DB::close() { handle_.reset(); }
 
+void CppSQLite3DB::setBusyTimeout(int busyTimeoutMs) {
+  checkDB();
+  busyTimeoutMs_ = busyTimeoutMs;
+  sqlite3_busy_timeout(handle_.get(), busyTimeoutMs_);
+}
+
+std::string CppSQLite3DB::fileName() const {
+  checkDB();
+  const char* name = sqlite3_db_filename(handle_.get(), "main");
+  return name != nullptr ? name : "";
+}
+
 void CppSQLite3DB::checkDB() const {
   if (!handle_) throw CppSQLite3Exception(CPPSQLITE_ERROR, "Database not open");
 }

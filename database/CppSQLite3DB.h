@@ -7,6 +7,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "database/CppSQLite3Query.h"
 #include "database/CppSQLite3Table.h"
@@ -27,6 +28,12 @@ class CppSQLite3DB {
   // Closes the handle; a transaction still open is abandoned (rolled back). No-op when closed.
   void close();
 
+  // Waits up to `busyTimeoutMs` for a locked file from now on.
+  void setBusyTimeout(int busyTimeoutMs);
+
+  // The full path of the open database file; "" for a temporary or in-memory database.
+  std::string fileName() const;
+
   // Runs every statement of `sql` in order; returns the number of rows the last one changed.
   int execDML(const char* sql);
 
@@ -37,13 +44,16 @@ class CppSQLite3DB {
   // Runs the query `sql` and returns its whole result.
   CppSQLite3Table getTable(const char* sql);
 
+  // Prepares the query `sql` and steps it to its first row; the rows are then read one by one,
+  // without turning each value into text.
+  CppSQLite3Query execQuery(const char* sql);
+
  private:
   struct Close {
     void operator()(sqlite3* handle) const;
   };
 
   void checkDB() const;
-  CppSQLite3Query execQuery(const char* sql);
   [[noreturn]] void throwLastError(int code) const;
 
   std::unique_ptr<sqlite3, Close> handle_;

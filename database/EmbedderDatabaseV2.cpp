@@ -1,9 +1,10 @@
 #include "database/EmbedderDatabaseV2.h"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <boost/format.hpp>
-#include <iomanip>
-#include <sstream>
+#include <chrono>
 #include <unordered_set>
 
 #include "database/CppSQLite3DB.h"
@@ -13,6 +14,7 @@
 #include "database/TimeTicks.h"
 #include "database/UtcClock.h"
 #include "framework/Logger.h"
+#include "framework/platform/QueuedFileLock.h"
 
 using Framework::Logger;
 using QuillmarBasebandSDK::TimeSlotSchema;
@@ -46,6 +48,18 @@ std::string UpdateColumn(const char* column, std::uint32_t value, std::uint32_t 
          " where CID = " + std::to_string(cid) + ";";
 }
 
+// Appends `value` in decimal, with leading zeros to at least `width` digits.
+void AppendDigits(std::string& text, unsigned value, std::size_t width) {
+  char digits[5];
+  std::size_t count = 0;
+  do {
+    digits[count++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value != 0);
+  text.append(width > count ? width - count : 0, '0');
+  while (count > 0) text += digits[--count];
+}
+
 }  // namespace
 
 EmbedderDatabaseV2::EmbedderDatabaseV2() { ResetLockState(); }
@@ -58,7 +72,7 @@ EmbedderDatabaseV2::~EmbedderDatabaseV2() {
     std::string err;
     if (!FinalizeEmbedding(allocatedDuration_, err)) Logger::Error(err);
   }
-  connection_.reset();
+  Close();
 }
 
 bool EmbedderDatabaseV2::CheckDatabaseExists() { return connection_ != nullptr; }
@@ -74,6 +88,35 @@ void EmbedderDatabaseV2::EndTransactionAfterFailure() {
     // No transaction was open (BEGIN itself failed), or it cannot end now; the first failure
     // is what the caller reports.
   }
+  if (writers_) writers_->Release();
+}
+
+void EmbedderDatabaseV2::BeginWrite() {
+  const auto start = std::chrono::steady_clock::now();
+  if (writers_ && !writers_->Acquire(std::chrono::milliseconds(kBusyTimeoutMs))) {
+    // The same failure as SQLite's own busy time-out.
+    throw CppSQLite3Exception(SQLITE_BUSY, "database is locked");
+  }
+  const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
+                          std::chrono::steady_clock::now() - start)
+                          .count();
+  try {
+    connection_->setBusyTimeout(static_cast<int>(std::max<long long>(kBusyTimeoutMs - waited, 0)));
+    connection_->execDML(kBeginTransaction);
+  } catch (const std::exception&) {
+    if (writers_) writers_->Release();
+    throw;
+  }
+}
+
+void EmbedderDatabaseV2::EndWrite() {
+  connection_->execDML(kEndTransaction);
+  if (writers_) writers_->Release();
+}
+
+void EmbedderDatabaseV2::Close() {
+  writers_.reset();
+  connection_.reset();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -98,19 +141,21 @@ bool EmbedderDatabaseV2::Init(const char* path, const std::list<unsigned>& cids,
     if (!connection_) {
       connection_ = std::make_unique<CppSQLite3DB>(kBusyTimeoutMs);
       connection_->open(name.c_str());
-      connection_->execDML(kBeginTransaction);
+      const std::string file = connection_->fileName();
+      if (!file.empty()) writers_ = std::make_unique<Framework::QueuedFileLock>(file + "-queue");
+      BeginWrite();
       std::string reason;
       if (!CreateEmptyTable(reason)) {
-        connection_->execDML(kEndTransaction);
+        EndWrite();
         err = "EmbedderDatabaseV2::CreateEmptyTable failed for database name " + name +
               ", reason: " + reason;
-        connection_.reset();
+        Close();
         return false;
       }
-      connection_->execDML(kEndTransaction);
+      EndWrite();
     }
   } catch (const std::exception& error) {
-    connection_.reset();
+    Close();
     err = "EmbedderDatabaseV2::Init failed for DB " + name + "; " + SqlErrorText(error);
     return false;
   }
@@ -118,7 +163,7 @@ bool EmbedderDatabaseV2::Init(const char* path, const std::list<unsigned>& cids,
   try {
     CheckAllCIDsInDatabase();
   } catch (const std::exception& error) {
-    connection_.reset();
+    Close();
     err = "EmbedderDatabaseV2::CheckAllCIDsInDatabase failed for DB " + name + "; " +
           SqlErrorText(error);
     return false;
@@ -219,7 +264,7 @@ bool EmbedderDatabaseV2::ConvertDatabaseToV2(int fromVersion) {
 }
 
 void EmbedderDatabaseV2::CheckAllCIDsInDatabase() {
-  connection_->execDML(kBeginTransaction);
+  BeginWrite();
   const SYSTEMTIME now = UtcClock::Now();
   const std::uint32_t nowHigh = TimeTicks::High(now);
   const std::uint32_t nowLow = TimeTicks::Low(now);
@@ -237,7 +282,7 @@ void EmbedderDatabaseV2::CheckAllCIDsInDatabase() {
       connection_->execDML(InsertUnlockedRow(signedCid, nowHigh, nowLow).c_str());
     }
   }
-  connection_->execDML(kEndTransaction);
+  EndWrite();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -284,7 +329,7 @@ void EmbedderDatabaseV2::UpdateTimestampAndLock(CID_Timestamp_Lock_Record& recor
 
 EmbedderDatabaseV2::HeldRow EmbedderDatabaseV2::BeginOnHeldRecord(
     CID_Timestamp_Lock_Record& held, std::string& err, const char* leaseLostText) {
-  connection_->execDML(kBeginTransaction);
+  BeginWrite();
   std::vector<CID_Timestamp_Lock_Record> records;
   HeldRow row = HeldRow::Unreadable;
   if (DB_RetrieveCompleteTable(records, err)) {
@@ -298,7 +343,7 @@ EmbedderDatabaseV2::HeldRow EmbedderDatabaseV2::BeginOnHeldRecord(
     }
   }
   if (row == HeldRow::LeaseLost) err = leaseLostText;
-  if (row != HeldRow::Held) connection_->execDML(kEndTransaction);
+  if (row != HeldRow::Held) EndWrite();
   return row;
 }
 
@@ -322,10 +367,10 @@ bool EmbedderDatabaseV2::AllocateEmbeddingTimeslot(std::vector<unsigned> cids, i
     return false;
   }
   try {
-    connection_->execDML(kBeginTransaction);
+    BeginWrite();
     std::vector<CID_Timestamp_Lock_Record> records;
     if (!DB_RetrieveCompleteTable(records, err)) {
-      connection_->execDML(kEndTransaction);
+      EndWrite();
       return false;
     }
     CID_Timestamp_Lock_Record best;
@@ -334,7 +379,7 @@ bool EmbedderDatabaseV2::AllocateEmbeddingTimeslot(std::vector<unsigned> cids, i
           "EmbedderDatabaseV2::AllocateEmbeddingTimeslot failed: cannot find suitable record to "
           "allocate new timeslot. EID not found, or locked by other instance, or too far in the "
           "future.";
-      connection_->execDML(kEndTransaction);
+      EndWrite();
       return false;
     }
     cid = best.CID;
@@ -347,7 +392,7 @@ bool EmbedderDatabaseV2::AllocateEmbeddingTimeslot(std::vector<unsigned> cids, i
     lockDuration_ = lockSeconds;
     UpdateTimestampAndLock(best, durationSeconds, lockSeconds, true);
     DB_UpdateRecord(best);
-    connection_->execDML(kEndTransaction);
+    EndWrite();
     return true;
   } catch (const std::exception& error) {
     EndTransactionAfterFailure();
@@ -383,7 +428,7 @@ int EmbedderDatabaseV2::ExtendTimeslot(int extraSeconds, std::string& err, int l
     UpdateTimestampAndLock(held, total, lockSeconds, false);
     DB_UpdateRecord(held);
     allocatedDuration_ = total;
-    connection_->execDML(kEndTransaction);
+    EndWrite();
     return allocatedDuration_;
   } catch (const std::exception& error) {
     EndTransactionAfterFailure();
@@ -420,7 +465,7 @@ bool EmbedderDatabaseV2::FinalizeEmbedding(int keepSeconds, std::string& err) {
     held.LockedTill = TimeTicks::Zero();
     DB_UpdateRecord(held);
     ResetLockState();
-    connection_->execDML(kEndTransaction);
+    EndWrite();
     return true;
   } catch (const std::exception& error) {
     EndTransactionAfterFailure();
@@ -460,9 +505,20 @@ CID_Timestamp_Lock_Record EmbedderDatabaseV2::FindOlderRecord(const CID_Timestam
 }
 
 std::string EmbedderDatabaseV2::SystemTimeToString(const SYSTEMTIME* time) {
-  std::ostringstream text;
-  text << std::setfill('0') << std::setw(4) << time->wYear << '-' << std::setw(2) << time->wMonth
-       << '-' << std::setw(2) << time->wDay << 'T' << std::setw(2) << time->wHour << ':'
-       << std::setw(2) << time->wMinute << ':' << std::setw(2) << time->wSecond << 'Z';
-  return text.str();
+  // By hand rather than through a stream: a search writes two of these for every row.
+  std::string text;
+  text.reserve(20);
+  AppendDigits(text, time->wYear, 4);
+  text += '-';
+  AppendDigits(text, time->wMonth, 2);
+  text += '-';
+  AppendDigits(text, time->wDay, 2);
+  text += 'T';
+  AppendDigits(text, time->wHour, 2);
+  text += ':';
+  AppendDigits(text, time->wMinute, 2);
+  text += ':';
+  AppendDigits(text, time->wSecond, 2);
+  text += 'Z';
+  return text;
 }

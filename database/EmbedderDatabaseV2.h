@@ -6,10 +6,13 @@
 // under a lease ("locked till"). An object opens the file once (Init), then runs one embedding
 // session at a time: AllocateEmbeddingTimeslot, any number of ExtendTimeslot calls (each before the
 // lease ends), FinalizeEmbedding. Every read-modify-write runs in one immediate transaction on the
-// object's own connection, waiting up to kBusyTimeoutMs for another embedder's write lock.
+// object's own connection, waiting up to kBusyTimeoutMs in all for another embedder's write lock.
+// Embedders wait in the order they asked (a queue file "<database>-queue" beside the database),
+// so none waits while others take the lock back to back; writers outside the queue (the sqlite3
+// shell, older embedders) are still waited for by SQLite's busy handler.
 //
 // Thread safety: one object is used by one thread at a time; objects on separate threads or in
-// separate processes exclude each other through SQLite's file lock only.
+// separate processes exclude each other through SQLite's file lock only (the queue orders them).
 //
 // Failures are reported by the result and the caller's `err` text (cleared at the start of every
 // public call), never by an exception.
@@ -31,6 +34,9 @@
 #include "framework/platform/SystemTime.h"
 
 class CppSQLite3DB;
+namespace Framework {
+class QueuedFileLock;
+}
 
 class QUILLMAR_API EmbedderDatabaseV2 : public TimeSlotReservoir {
  public:
@@ -115,15 +121,25 @@ class QUILLMAR_API EmbedderDatabaseV2 : public TimeSlotReservoir {
   HeldRow BeginOnHeldRecord(CID_Timestamp_Lock_Record& held, std::string& err,
                             const char* leaseLostText);
 
-  // Sends "END TRANSACTION;" after a failure inside a transaction; a second failure is dropped,
-  // the first one is what the caller reports.
+  // Waits for this object's turn among the writers of the file, in the order they asked, then
+  // sends "BEGIN IMMEDIATE TRANSACTION;": kBusyTimeoutMs in all.
+  void BeginWrite();
+  // Sends "END TRANSACTION;" and lets the next writer go.
+  void EndWrite();
+  // Sends "END TRANSACTION;" after a failure inside a transaction and lets the next writer go; a
+  // second failure is dropped, the first one is what the caller reports.
   void EndTransactionAfterFailure();
+  // Drops the connection and the place among the writers.
+  void Close();
   // "Database exists; " or "Database does not exist; ".
   std::string ExistsText();
 
   std::list<unsigned> configuredCids_;  // replaced by each Init
   std::string databaseName_;            // the first Init's path; empty before
   std::unique_ptr<CppSQLite3DB> connection_;  // null while closed
+  // The file's writers wait for the write lock in arrival order ("<file>-queue"), rather than
+  // polling SQLite's lock with growing sleeps. Null for an in-memory database.
+  std::unique_ptr<Framework::QueuedFileLock> writers_;
 
   // The active allocation; allocatedCid_ 0 when none.
   std::uint32_t allocatedCid_ = 0;

@@ -1,6 +1,7 @@
 #include "LogFile.h"
 
 #include <cstdio>
+#include <cstring>
 
 namespace Framework {
 namespace {
@@ -28,6 +29,10 @@ std::string Formatted(const char* format, int value, int width) {
 }  // namespace
 
 LogSink::~LogSink() = default;
+
+void LogSink::WriteAll(const std::vector<LogRecord>& records) {
+  for (const LogRecord& record : records) Write(record);
+}
 
 const char* LevelName(EventLevel level) {
   switch (level) {
@@ -68,17 +73,44 @@ LogFile::~LogFile() {
 }
 
 void LogFile::Write(const LogRecord& record) {
-  const std::string time = TimeText(record.localTime);
-  const char* level = LevelName(record.level);
+  std::string lines;
+  Append(lines, record, TimeText(record.localTime));
   std::lock_guard<std::mutex> lock(mutex_);
-  if (type_ == LogFileType::Html) {
-    stream_ << "<tr class=\"" << level << "\"><td>" << time << "</td><td>" << level
-            << "</td><td>" << record.threadId << "</td><td class=\"text\">"
-            << EscapeHtml(record.text) << "</td></tr>\n";
-  } else {
-    stream_ << time << ' ' << level << " [" << record.threadId << "] " << record.text << '\n';
-  }
+  stream_.write(lines.data(), static_cast<std::streamsize>(lines.size()));
   stream_.flush();
+}
+
+void LogFile::WriteAll(const std::vector<LogRecord>& records) {
+  std::string lines;
+  lines.reserve(records.size() * 160);
+  SYSTEMTIME lastTime{};
+  std::string time;
+  for (const LogRecord& record : records) {
+    if (time.empty() || std::memcmp(&lastTime, &record.localTime, sizeof lastTime) != 0) {
+      lastTime = record.localTime;
+      time = TimeText(lastTime);
+    }
+    Append(lines, record, time);
+  }
+  std::lock_guard<std::mutex> lock(mutex_);
+  stream_.write(lines.data(), static_cast<std::streamsize>(lines.size()));
+  stream_.flush();
+}
+
+void LogFile::Append(std::string& lines, const LogRecord& record, const std::string& time) const {
+  const char* level = LevelName(record.level);
+  char thread[16];
+  std::snprintf(thread, sizeof thread, "%u", static_cast<unsigned>(record.threadId));
+  if (type_ == LogFileType::Html) {
+    lines.append("<tr class=\"").append(level).append("\"><td>").append(time);
+    lines.append("</td><td>").append(level).append("</td><td>").append(thread);
+    lines.append("</td><td class=\"text\">");
+    AppendEscapedHtml(lines, record.text);
+    lines.append("</td></tr>\n");
+  } else {
+    lines.append(time).append(" ").append(level).append(" [").append(thread).append("] ");
+    lines.append(record.text).append("\n");
+  }
 }
 
 void LogFile::WriteLine(const std::string& text) {
@@ -129,17 +161,37 @@ std::string LogFile::FillTimeFields(const std::string& pattern, const SYSTEMTIME
 std::string LogFile::EscapeHtml(const std::string& text) {
   std::string escaped;
   escaped.reserve(text.size());
-  for (const char c : text) {
-    switch (c) {
-      case '&': escaped += "&amp;"; break;
-      case '<': escaped += "&lt;"; break;
-      case '>': escaped += "&gt;"; break;
-      case '"': escaped += "&quot;"; break;
-      case '\'': escaped += "&#39;"; break;
-      default: escaped += c; break;
-    }
-  }
+  AppendEscapedHtml(escaped, text);
   return escaped;
+}
+
+void LogFile::AppendEscapedHtml(std::string& out, const std::string& text) {
+  std::size_t plain = 0;  // start of the characters not yet copied
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char* reference = nullptr;
+    switch (text[i]) {
+      case '&':
+        reference = "&amp;";
+        break;
+      case '<':
+        reference = "&lt;";
+        break;
+      case '>':
+        reference = "&gt;";
+        break;
+      case '"':
+        reference = "&quot;";
+        break;
+      case '\'':
+        reference = "&#39;";
+        break;
+      default:
+        continue;
+    }
+    out.append(text, plain, i - plain).append(reference);
+    plain = i + 1;
+  }
+  out.append(text, plain, std::string::npos);
 }
 
 }  // namespace Framework
