@@ -19,11 +19,6 @@ int CountTablesNamed(CppSQLite3DB& db, const char* name) {
   return db.execScalar(query.c_str());
 }
 
-SYSTEMTIME TimeOfHalves(const CppSQLite3Table& table, const char* high, const char* low) {
-  return TimeTicks::FromHalves(TimeSlotSchema::ParseUnsigned(table.fieldValue(high)),
-                               TimeSlotSchema::ParseUnsigned(table.fieldValue(low)));
-}
-
 // Both halves of a time as the SQL values of two columns.
 std::string Halves(const SYSTEMTIME& time) {
   return std::to_string(TimeTicks::High(time)) + ", " + std::to_string(TimeTicks::Low(time));
@@ -44,14 +39,21 @@ int TimeSlotSchema::ReadVersion(CppSQLite3DB& db) {
 }
 
 std::vector<CID_Timestamp_Lock_Record> TimeSlotSchema::ReadSlots(CppSQLite3DB& db) {
-  CppSQLite3Table table = db.getTable(kSelectSlots);
-  std::vector<CID_Timestamp_Lock_Record> records(static_cast<std::size_t>(table.numRows()));
-  for (int row = 0; row < table.numRows(); ++row) {
-    table.setRow(row);
-    CID_Timestamp_Lock_Record& record = records[static_cast<std::size_t>(row)];
-    record.CID = static_cast<std::uint32_t>(ParseSigned(table.fieldValue("CID")));
-    record.Timestamp = TimeOfHalves(table, "TimestampHi", "TimestampLo");
-    record.LockedTill = TimeOfHalves(table, "LockedTillHi", "LockedTillLo");
+  // Row by row, as numbers: a search reads every row, twice per session.
+  CppSQLite3Query query = db.execQuery(kSelectSlots);
+  std::vector<CID_Timestamp_Lock_Record> records;
+  if (query.eof()) return records;
+  const int cid = query.fieldIndex("CID");
+  const int timestamp[2] = {query.fieldIndex("TimestampHi"), query.fieldIndex("TimestampLo")};
+  const int lockedTill[2] = {query.fieldIndex("LockedTillHi"), query.fieldIndex("LockedTillLo")};
+  const auto half = [&query](int field) {
+    return static_cast<std::uint32_t>(query.getInt64Field(field));
+  };
+  for (; !query.eof(); query.nextRow()) {
+    CID_Timestamp_Lock_Record& record = records.emplace_back();
+    record.CID = static_cast<std::uint32_t>(static_cast<std::int32_t>(query.getInt64Field(cid)));
+    record.Timestamp = TimeTicks::FromHalves(half(timestamp[0]), half(timestamp[1]));
+    record.LockedTill = TimeTicks::FromHalves(half(lockedTill[0]), half(lockedTill[1]));
   }
   return records;
 }

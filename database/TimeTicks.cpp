@@ -47,8 +47,24 @@ std::uint64_t TimeTicks::FromSystemTime(const SYSTEMTIME& time) {
 }
 
 SYSTEMTIME TimeTicks::ToSystemTime(std::uint64_t ticks) {
-  SYSTEMTIME time{};
-  CivilFromDays(static_cast<std::int64_t>(ticks / kTicksPerDay) - kDaysFrom1601To1970, &time);
+  // The dates of the two days converted last: a table's rows mostly share a day or two (and the
+  // zero time of rows not leased), so the calendar is worked out once, not for every row.
+  struct RecentDays {
+    std::uint64_t day[2] = {~std::uint64_t{0}, ~std::uint64_t{0}};
+    SYSTEMTIME date[2] = {};
+    int older = 0;
+  };
+  thread_local RecentDays recent;
+  const std::uint64_t day = ticks / kTicksPerDay;
+  int slot = recent.day[0] == day ? 0 : recent.day[1] == day ? 1 : -1;
+  if (slot < 0) {
+    slot = recent.older;
+    recent.older ^= 1;
+    recent.day[slot] = day;
+    recent.date[slot] = SYSTEMTIME{};
+    CivilFromDays(static_cast<std::int64_t>(day) - kDaysFrom1601To1970, &recent.date[slot]);
+  }
+  SYSTEMTIME time = recent.date[slot];
   const std::uint64_t milliseconds = ticks % kTicksPerDay / kTicksPerMillisecond;
   time.wHour = static_cast<std::uint16_t>(milliseconds / 3'600'000);
   time.wMinute = static_cast<std::uint16_t>(milliseconds / 60'000 % 60);

@@ -25,6 +25,8 @@ class FRAMEWORK_API LogFile : public LogSink {
   ~LogFile() override;
 
   void Write(const LogRecord& record) override;
+  // Writes the records with one write and one flush.
+  void WriteAll(const std::vector<LogRecord>& records) override;
   void WriteLine(const std::string& text) override;
   std::string Target() const override { return path_.string(); }
 
@@ -39,6 +41,9 @@ class FRAMEWORK_API LogFile : public LogSink {
   LogFile(std::filesystem::path path, LogFileType type, TextDateFormat dateFormat);
 
   std::string TimeText(const SYSTEMTIME& time) const;
+  // Appends `record` as a line, with its time already as text.
+  void Append(std::string& lines, const LogRecord& record, const std::string& time) const;
+  static void AppendEscapedHtml(std::string& out, const std::string& text);
 
   const std::filesystem::path path_;
   const LogFileType type_;

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/Export.h"
 #include "platform/SystemTime.h"
@@ -35,6 +36,10 @@ class FRAMEWORK_API LogSink {
 
   // Writes one record.
   virtual void Write(const LogRecord& record) = 0;
+
+  // Writes `records` in order. Each is written as by Write unless the sink can do better (a file
+  // writes them at once).
+  virtual void WriteAll(const std::vector<LogRecord>& records);
 
   // Writes `text` as a line of its own, outside the record format.
   virtual void WriteLine(const std::string& text) = 0;

@@ -18,6 +18,7 @@ namespace {
 struct LoggerCore {
   std::atomic<bool> initialized{false};
   std::atomic<int> minimumLevel{static_cast<int>(EventLevel::Debug)};
+  std::atomic<bool> hasSinks{false};  // !sinks.empty(), readable without the mutex
   std::mutex mutex;
   std::vector<std::shared_ptr<LogSink>> sinks;  // Guarded by mutex
   // Guarded by mutex: the files among the sinks, in the order they were opened
@@ -75,12 +76,14 @@ void Logger::AddSink(std::shared_ptr<LogSink> sink) {
   if (sink == nullptr) return;
   std::lock_guard<std::mutex> lock(Core().mutex);
   Core().sinks.push_back(std::move(sink));
+  Core().hasSinks = true;
 }
 
 void Logger::RemoveSink(const std::shared_ptr<LogSink>& sink) {
   std::lock_guard<std::mutex> lock(Core().mutex);
   auto& sinks = Core().sinks;
   sinks.erase(std::remove(sinks.begin(), sinks.end(), sink), sinks.end());
+  Core().hasSinks = !sinks.empty();
   auto& files = Core().files;
   files.erase(std::remove_if(files.begin(), files.end(),
                              [&sink](const auto& file) { return file.first == sink; }),
@@ -96,6 +99,11 @@ void Logger::SetMinimumLevel(EventLevel level) { Core().minimumLevel = static_ca
 
 EventLevel Logger::GetMinimumLevel() { return static_cast<EventLevel>(Core().minimumLevel.load()); }
 
+bool Logger::Writes(EventLevel level) {
+  const LoggerCore& core = Core();
+  return static_cast<int>(level) >= core.minimumLevel && core.hasSinks;
+}
+
 void Logger::Info(const std::string& text) { Write(EventLevel::Info, text); }
 void Logger::Info(const boost::format& text) { Write(EventLevel::Info, FormatText(text)); }
 void Logger::Warning(const std::string& text) { Write(EventLevel::Warning, text); }
@@ -107,9 +115,26 @@ void Logger::Exception(const std::exception& error, const std::string& where) {
   Write(EventLevel::Error, (where.empty() ? "" : where + ": ") + "exception: " + error.what());
 }
 
-void Logger::Write(EventLevel level, const std::string& text) {
+void Logger::WriteAll(EventLevel level, std::vector<std::string> texts) {
+  if (!Writes(level) || texts.empty()) return;
   LoggerCore& core = Core();
-  if (static_cast<int>(level) < core.minimumLevel) return;
+  try {
+    std::vector<LogRecord> records(texts.size());
+    records[0] = {level, {}, CurrentThreadId(), {}};
+    GetCurrentLocalTime(&records[0].localTime);
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+      records[i] = {level, records[0].localTime, records[0].threadId, std::move(texts[i])};
+    }
+    std::lock_guard<std::mutex> lock(core.mutex);
+    for (const auto& sink : core.sinks) sink->WriteAll(records);
+  } catch (const std::exception& error) {
+    std::cerr << "Logger: cannot write lines: " << error.what() << std::endl;
+  }
+}
+
+void Logger::Write(EventLevel level, const std::string& text) {
+  if (!Writes(level)) return;
+  LoggerCore& core = Core();
   try {
     LogRecord record{level, {}, CurrentThreadId(), text};
     GetCurrentLocalTime(&record.localTime);

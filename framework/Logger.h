@@ -55,6 +55,10 @@ class FRAMEWORK_API Logger {
   static void SetMinimumLevel(EventLevel level);
   static EventLevel GetMinimumLevel();
 
+  // True when a line at `level` would reach a sink: it is not below the minimum level and a sink
+  // is attached. Lets a caller skip building lines that no one would read.
+  static bool Writes(EventLevel level);
+
   static void Info(const std::string& text);
   static void Info(const boost::format& text);
   static void Warning(const std::string& text);
@@ -67,6 +71,10 @@ class FRAMEWORK_API Logger {
 
   // Logs `text` at `level`.
   static void Write(EventLevel level, const std::string& text);
+
+  // Logs each of `texts` at `level`, in order, as one batch: one time stamp and one call to each
+  // sink's WriteAll. For many lines at once (a table of thousands of rows).
+  static void WriteAll(EventLevel level, std::vector<std::string> texts);
 };
 
 }  // namespace Framework
