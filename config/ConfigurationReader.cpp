@@ -27,13 +27,13 @@ std::string EntryContext(const std::string& prefix, const std::string& name) {
 // Looks up a member that may be absent. One of another type is reported by the finder (the
 // last error text says so) and counts as absent: only a required member stops the load.
 const JsonValue* FindOptional(const MemberFinder& finder, const JsonValue& object,
-                              const std::string& key, JsonType type, const std::string& context) {
+                              std::string_view key, JsonType type, std::string_view context) {
   if (MemberFinder::FindAny(object, key) == nullptr) return nullptr;
   return finder.Find(object, key, type, context);
 }
 
-void FindOptionalString(const MemberFinder& finder, const JsonValue& object,
-                        const std::string& key, std::string& value, bool& present) {
+void FindOptionalString(const MemberFinder& finder, const JsonValue& object, std::string_view key,
+                        std::string& value, bool& present) {
   const JsonValue* found = FindOptional(finder, object, key, JsonType::String, kProcessorContext);
   present = found != nullptr;
   if (present) value = found->string;
@@ -41,11 +41,12 @@ void FindOptionalString(const MemberFinder& finder, const JsonValue& object,
 
 // Copies an array of integers; false, with "values of array "{key}" should be of type integer
 // in {context}", when an element is not an integer.
-bool ReadIntegers(const JsonValue& array, const std::string& key, const std::string& context,
+bool ReadIntegers(const JsonValue& array, std::string_view key, std::string_view context,
                   const MemberFinder& finder, std::vector<std::int64_t>& values) {
   for (const JsonValue& element : array.elements) {
     if (element.type != JsonType::Integer) {
-      return finder.Fail("values of array \"" + key + "\" should be of type integer in " + context);
+      return finder.Fail("values of array \"" + std::string(key) +
+                         "\" should be of type integer in " + std::string(context));
     }
     values.push_back(element.AsInteger());
   }

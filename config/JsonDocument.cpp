@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/json/basic_parser_impl.hpp>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -15,8 +16,9 @@ constexpr std::size_t kMaxDepth = 64;
 using boost::json::string_view;
 using ErrorCode = boost::system::error_code;
 
-// Builds the tree from the parser's events. Containers under construction are kept on a stack,
-// each with the name it will have in its parent object.
+// Builds the tree from the parser's events. The finished values of the containers under
+// construction wait on one stack, each with its name; a container that closes takes its values
+// off the stack at once, so that every member list is allocated once, at its final size.
 class TreeBuilder {
  public:
   static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
@@ -91,18 +93,19 @@ class TreeBuilder {
   bool on_comment(string_view, ErrorCode&) { return true; }
 
  private:
+  // A container under construction: its name in its parent, its type, and where its values
+  // begin on the stack.
   struct Open_ {
     std::string name;
-    JsonValue value;
+    JsonType type;
+    std::size_t first;
   };
 
   bool InText(string_view part) const {
     return part.data() >= text_.data() && part.data() + part.size() <= text_.data() + text_.size();
   }
 
-  bool AtRootMember() const {
-    return open_.size() == 1 && open_.front().value.type == JsonType::Object;
-  }
+  bool AtRootMember() const { return open_.size() == 1 && open_.front().type == JsonType::Object; }
 
   // Called for string and null values before they are added: notes where the root's first
   // `Checksum` member's text lies (other kinds of value are noted by Add).
@@ -115,19 +118,29 @@ class TreeBuilder {
   }
 
   bool Open(JsonType type) {
-    Open_ container;
-    container.name = std::move(pendingKey_);
+    open_.push_back(Open_{std::move(pendingKey_), type, values_.size()});
     pendingKey_.clear();
-    container.value.type = type;
-    open_.push_back(std::move(container));
     return true;
   }
 
   bool Close() {
     Open_ closed = std::move(open_.back());
     open_.pop_back();
+    JsonValue container;
+    container.type = closed.type;
+    const auto first = values_.begin() + static_cast<std::ptrdiff_t>(closed.first);
+    if (closed.type == JsonType::Object) {
+      container.members.assign(std::make_move_iterator(first),
+                               std::make_move_iterator(values_.end()));
+    } else {
+      container.elements.reserve(static_cast<std::size_t>(values_.end() - first));
+      for (auto value = first; value != values_.end(); ++value) {
+        container.elements.push_back(std::move(value->value));
+      }
+    }
+    values_.erase(first, values_.end());
     pendingKey_ = std::move(closed.name);
-    return Add(std::move(closed.value));
+    return Add(std::move(container));
   }
 
   // Places a finished value in the open container, or makes it the root.
@@ -136,13 +149,12 @@ class TreeBuilder {
       document_.root = std::move(value);
       return true;
     }
-    JsonValue& parent = open_.back().value;
-    if (parent.type == JsonType::Object) {
+    if (open_.back().type == JsonType::Object) {
       if (AtRootMember() && pendingKey_ == kChecksumKey) document_.hasRootChecksum = true;
-      parent.members.push_back(JsonMember{std::move(pendingKey_), std::move(value)});
+      values_.push_back(JsonMember{std::move(pendingKey_), std::move(value)});
       pendingKey_.clear();
     } else {
-      parent.elements.push_back(std::move(value));
+      values_.push_back(JsonMember{{}, std::move(value)});
     }
     return true;
   }
@@ -150,6 +162,7 @@ class TreeBuilder {
   std::string_view text_;
   JsonDocument& document_;
   std::vector<Open_> open_;
+  std::vector<JsonMember> values_;  // of the open containers, innermost last
   std::string pendingKey_;
   std::string pendingString_;
   bool stringInParts_ = false;

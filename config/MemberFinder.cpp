@@ -2,29 +2,30 @@
 
 namespace QuillmarBasebandSDK {
 
-const JsonValue* MemberFinder::FindAny(const JsonValue& object, const std::string& key) {
+const JsonValue* MemberFinder::FindAny(const JsonValue& object, std::string_view key) {
   for (const JsonMember& member : object.members) {
     if (member.name == key) return &member.value;
   }
   return nullptr;
 }
 
-const JsonValue* MemberFinder::Find(const JsonValue& object, const std::string& key,
-                                    JsonType type, const std::string& context) const {
+const JsonValue* MemberFinder::Find(const JsonValue& object, std::string_view key, JsonType type,
+                                    std::string_view context) const {
   const JsonValue* value = FindAny(object, key);
   if (value == nullptr) {
-    Fail(key + " not found in " + context);
+    Fail(std::string(key) + " not found in " + std::string(context));
     return nullptr;
   }
   if (value->type != type) {
-    Fail(key + " in " + context + " should be of type " + JsonTypeName(type));
+    Fail(std::string(key) + " in " + std::string(context) + " should be of type " +
+         JsonTypeName(type));
     return nullptr;
   }
   return value;
 }
 
-bool MemberFinder::FindString(const JsonValue& object, const std::string& key,
-                              const std::string& context, std::string& value) const {
+bool MemberFinder::FindString(const JsonValue& object, std::string_view key,
+                              std::string_view context, std::string& value) const {
   const JsonValue* found = Find(object, key, JsonType::String, context);
   if (found == nullptr) return false;
   value = found->string;
