@@ -54,16 +54,27 @@ std::string ContentTypeName(ContentType type) {
 }
 
 MetadataFieldMap BuiltInMetadataFields(ContentType type) {
+  // Made once: every program of a large configuration asks for one of them.
+  static const MetadataFieldMap entertainment = {
+      {"itemid", "item_id"}, {"slug", "slug"}, {"note", "description"}};
+  static const MetadataFieldMap news = {
+      {"itemid", "story_id"}, {"slug", "slug"}, {"note", "notes"}};
+  static const MetadataFieldMap directResponse = {{"itemid", "isci_or_ad_id"},
+                                                  {"slug", "slug"},
+                                                  {"note", "notes"},
+                                                  {"campaign", "campaign"},
+                                                  {"advertiser", "advertiser"},
+                                                  {"product", "product"},
+                                                  {"modulecode", "module_code"},
+                                                  {"phonenumber", "phone_number"},
+                                                  {"adlength", "ad_length"}};
   switch (type) {
     case ContentType::Entertainment:
-      return {{"itemid", "item_id"}, {"slug", "slug"}, {"note", "description"}};
+      return entertainment;
     case ContentType::News:
-      return {{"itemid", "story_id"}, {"slug", "slug"}, {"note", "notes"}};
+      return news;
     case ContentType::DirectResponse:
-      return {{"itemid", "isci_or_ad_id"}, {"slug", "slug"},           {"note", "notes"},
-              {"campaign", "campaign"},    {"advertiser", "advertiser"}, {"product", "product"},
-              {"modulecode", "module_code"}, {"phonenumber", "phone_number"},
-              {"adlength", "ad_length"}};
+      return directResponse;
     case ContentType::UserDefined: break;
   }
   return {};

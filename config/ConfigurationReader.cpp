@@ -20,14 +20,15 @@ constexpr char kDetectorVwmContext[] = "VWM of Detector";
 constexpr char kEntriesName[] = "ContentProcessingParameters";
 constexpr char kSupportedVersions[][4] = {"0.1", "0.3"};
 
-std::string EntryContext(const std::string& prefix, const std::string& name) {
-  return prefix + "ContentProcessingParameters with name " + name;
-}
+constexpr char kEntryIndexContext[] = "ContentProcessingParameters[";
+constexpr char kEntryContext[] = "ContentProcessingParameters with name ";
+constexpr char kEntryVwmContext[] = "VWM of ContentProcessingParameters with name ";
+constexpr char kEntryMetadataContext[] = "MetadataFields of ContentProcessingParameters with name ";
 
 // Looks up a member that may be absent. One of another type is reported by the finder (the
 // last error text says so) and counts as absent: only a required member stops the load.
 const JsonValue* FindOptional(const MemberFinder& finder, const JsonValue& object,
-                              std::string_view key, JsonType type, std::string_view context) {
+                              std::string_view key, JsonType type, const MemberContext& context) {
   if (MemberFinder::FindAny(object, key) == nullptr) return nullptr;
   return finder.Find(object, key, type, context);
 }
@@ -41,12 +42,12 @@ void FindOptionalString(const MemberFinder& finder, const JsonValue& object, std
 
 // Copies an array of integers; false, with "values of array "{key}" should be of type integer
 // in {context}", when an element is not an integer.
-bool ReadIntegers(const JsonValue& array, std::string_view key, std::string_view context,
+bool ReadIntegers(const JsonValue& array, std::string_view key, const MemberContext& context,
                   const MemberFinder& finder, std::vector<std::int64_t>& values) {
   for (const JsonValue& element : array.elements) {
     if (element.type != JsonType::Integer) {
       return finder.Fail("values of array \"" + std::string(key) +
-                         "\" should be of type integer in " + std::string(context));
+                         "\" should be of type integer in " + context.Text());
     }
     values.push_back(element.AsInteger());
   }
@@ -132,20 +133,21 @@ bool ConfigurationReader::LoadJson(const JsonDocument& document, bool checkCrc) 
   if (root.type != JsonType::Object) {
     return finder.Fail(std::string(kRootContext) + " should be of type object");
   }
-  if (!CheckChecksum(root, finder, checkCrc)) return false;
+  if (!CheckChecksum(document, finder, checkCrc)) return false;
   const JsonValue* processor = finder.Find(root, kProcessorContext, JsonType::Object, kRootContext);
   return processor != nullptr && ReadContentProcessor(*processor, finder);
 }
 
-bool ConfigurationReader::CheckChecksum(const JsonValue& root, const MemberFinder& finder,
+bool ConfigurationReader::CheckChecksum(const JsonDocument& document, const MemberFinder& finder,
                                         bool checkCrc) {
+  const JsonValue& root = document.root;
   const JsonValue* stored = MemberFinder::FindAny(root, "Checksum");
   if (checkCrc) {
     stored = finder.Find(root, "Checksum", JsonType::String, kRootContext);
     if (stored == nullptr) return false;
   }
   if (stored == nullptr || stored->type != JsonType::String) return true;
-  const std::string computed = DocumentChecksum(root);
+  const std::string computed = DocumentChecksum(document);
   if (computed == stored->string) {
     settings_.checksumValid = true;
     settings_.checksumText = computed;
@@ -169,6 +171,7 @@ bool ConfigurationReader::ReadContentProcessor(const JsonValue& processor,
   const JsonValue* entries = finder.Find(processor, kEntriesName, JsonType::Array,
                                          kProcessorContext);
   if (entries == nullptr) return false;
+  settings_.programs.reserve(entries->elements.size());
   for (std::size_t i = 0; i < entries->elements.size(); ++i) {
     ProgramEntry entry;
     if (!ReadProgramEntry(entries->elements[i], i, finder, entry)) return false;
@@ -195,23 +198,24 @@ bool ConfigurationReader::ReadDetector(const JsonValue& processor, const MemberF
 
 bool ConfigurationReader::ReadProgramEntry(const JsonValue& element, std::size_t index,
                                            const MemberFinder& finder, ProgramEntry& entry) {
-  const std::string indexContext = std::string(kEntriesName) + "[" + std::to_string(index) + "]";
+  const std::string indexText = std::to_string(index);
+  const MemberContext indexContext(kEntryIndexContext, indexText, "]");
   if (!finder.FindString(element, "Name", indexContext, entry.name)) return false;
   entry.vwm.name = entry.name;
-  const std::string entryContext = EntryContext("", entry.name);
+  const MemberContext entryContext(kEntryContext, entry.name);
 
   const JsonValue* contentType =
       FindOptional(finder, element, "ContentType", JsonType::String, indexContext);
   if (contentType != nullptr) {
     if (!ParseContentType(contentType->string, entry.contentType)) {
-      return finder.Fail("ContentType in " + entryContext + " is not a valid ContentType");
+      return finder.Fail("ContentType in " + entryContext.Text() + " is not a valid ContentType");
     }
     entry.metadataFields = BuiltInMetadataFields(entry.contentType);
   }
 
   const JsonValue* vwm = finder.Find(element, "VWM", JsonType::Object, entryContext);
-  if (vwm == nullptr || !ReadWatermark(*vwm, EntryContext("VWM of ", entry.name), finder,
-                                       entry.vwm)) {
+  if (vwm == nullptr ||
+      !ReadWatermark(*vwm, MemberContext(kEntryVwmContext, entry.name), finder, entry.vwm)) {
     return false;
   }
 
@@ -221,22 +225,22 @@ bool ConfigurationReader::ReadProgramEntry(const JsonValue& element, std::size_t
     return false;
   }
   if (contentType != nullptr && metadata != nullptr) {
-    return finder.Fail("both ContentType AND MetadataFields defined in " + entryContext +
+    return finder.Fail("both ContentType AND MetadataFields defined in " + entryContext.Text() +
                        ". Only ONE of those MUST be defined!");
   }
   if (contentType == nullptr && metadata == nullptr) {
-    return finder.Fail("neither ContentType nor MetadataFields in " + entryContext +
+    return finder.Fail("neither ContentType nor MetadataFields in " + entryContext.Text() +
                        ". One of those MUST be defined!");
   }
   return true;
 }
 
-bool ConfigurationReader::ReadWatermark(const JsonValue& vwm, const std::string& context,
+bool ConfigurationReader::ReadWatermark(const JsonValue& vwm, const MemberContext& context,
                                         const MemberFinder& finder,
                                         WatermarkParameters& parameters) {
   const JsonValue* eids = finder.Find(vwm, "EIDS", JsonType::Array, context);
   if (eids == nullptr) return false;
-  if (eids->elements.empty()) return finder.Fail("List of EIDS is empty in " + context);
+  if (eids->elements.empty()) return finder.Fail("List of EIDS is empty in " + context.Text());
   if (!ReadIntegers(*eids, "EIDS", context, finder, parameters.eids)) return false;
 
   if (const JsonValue* real = finder.Find(vwm, "GlobalDepth", JsonType::Real, context)) {
@@ -257,11 +261,12 @@ bool ConfigurationReader::ReadWatermark(const JsonValue& vwm, const std::string&
 
 bool ConfigurationReader::ReadMetadataFields(const JsonValue& fields, const ProgramEntry& entry,
                                              const MemberFinder& finder, MetadataFieldMap& map) {
-  const std::string where = " of MetadataFields in " + EntryContext("", entry.name);
+  const std::string where = " of MetadataFields in " + std::string(kEntryContext) + entry.name;
   if (fields.elements.empty()) {
-    return finder.Fail("List of Metadata fields is empty in " + EntryContext("", entry.name));
+    return finder.Fail("List of Metadata fields is empty in " + std::string(kEntryContext) +
+                       entry.name);
   }
-  const std::string context = EntryContext("MetadataFields of ", entry.name);
+  const MemberContext context(kEntryMetadataContext, entry.name);
   for (std::size_t i = 0; i < fields.elements.size(); ++i) {
     const JsonValue& field = fields.elements[i];
     const std::string element = " not found in element " + std::to_string(i) + where;

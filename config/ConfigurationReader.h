@@ -17,6 +17,7 @@ struct JsonDocument;
 struct JsonValue;
 struct LineFormSection;
 class MemberFinder;
+class MemberContext;
 
 class ConfigurationReader {
  public:
@@ -42,12 +43,12 @@ class ConfigurationReader {
 
  private:
   bool LoadJson(const JsonDocument& document, bool checkCrc);
-  bool CheckChecksum(const JsonValue& root, const MemberFinder& finder, bool checkCrc);
+  bool CheckChecksum(const JsonDocument& document, const MemberFinder& finder, bool checkCrc);
   bool ReadContentProcessor(const JsonValue& processor, const MemberFinder& finder);
   bool ReadDetector(const JsonValue& processor, const MemberFinder& finder);
   bool ReadProgramEntry(const JsonValue& element, std::size_t index, const MemberFinder& finder,
                         ProgramEntry& entry);
-  bool ReadWatermark(const JsonValue& vwm, const std::string& context, const MemberFinder& finder,
+  bool ReadWatermark(const JsonValue& vwm, const MemberContext& context, const MemberFinder& finder,
                      WatermarkParameters& parameters);
   bool ReadMetadataFields(const JsonValue& fields, const ProgramEntry& entry,
                           const MemberFinder& finder, MetadataFieldMap& map);

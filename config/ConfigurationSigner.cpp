@@ -15,7 +15,7 @@ bool SignJson(const std::string& bytes, const JsonDocument& document, std::strin
     error = "the JSON root is not an object";
     return false;
   }
-  const std::string checksum = DocumentChecksum(document.root);
+  const std::string checksum = DocumentChecksum(document);
   signedBytes = bytes;
   if (document.checksumOffset != JsonDocument::kNoOffset) {
     signedBytes.replace(document.checksumOffset, document.checksumLength, checksum);

@@ -5,19 +5,17 @@
 // without separators; `Checksum` members and null members contribute nothing; strings go
 // between double quotes; `SharedDatabase` strings have each backslash doubled (the path is
 // protected in its escaped spelling); reals are written as a default stream writes them (six
-// significant digits). Pure functions; thread-safe.
+// significant digits). The parser writes it as it reads the document (JsonDocument's
+// canonicalText), so that a load passes over the bytes once. Pure function; thread-safe.
 #pragma once
 
 #include <string>
 
-#include "config/JsonValue.h"
+#include "config/JsonDocument.h"
 
 namespace QuillmarBasebandSDK {
 
-// The canonical text of `root` (an object) that the checksum is computed over.
-std::string CanonicalText(const JsonValue& root);
-
-// The checksum of `root` as eight lower-case hexadecimal digits.
-std::string DocumentChecksum(const JsonValue& root);
+// The checksum of `document` as eight lower-case hexadecimal digits.
+std::string DocumentChecksum(const JsonDocument& document);
 
 }  // namespace QuillmarBasebandSDK

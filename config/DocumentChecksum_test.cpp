@@ -13,10 +13,10 @@ using Testing::DocumentWithEntries;
 using Testing::LoadText;
 using Testing::Signed;
 
-JsonValue Tree(const std::string& text) {
+JsonDocument Parsed(const std::string& text) {
   JsonDocument document;
   EXPECT_TRUE(ParseJsonDocument(text, document)) << text;
-  return document.root;
+  return document;
 }
 
 constexpr char kEntry[] = R"({"Name": "P", "ContentType": "news",
@@ -44,15 +44,15 @@ TEST(DocumentChecksum, CanonicalText) {
       {R"({"e": {}, "f": []})", "ef"},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(CanonicalText(Tree(c.json)), c.canonical) << c.json;
+    EXPECT_EQ(Parsed(c.json).canonicalText, c.canonical) << c.json;
   }
 }
 
 TEST(DocumentChecksum, IsCrc32OfTheCanonicalTextInEightLowerCaseDigits) {
   // "123456789" is CRC-32's check string.
-  EXPECT_EQ(DocumentChecksum(Tree(R"({"12345678": 9})")), "cbf43926");
+  EXPECT_EQ(DocumentChecksum(Parsed(R"({"12345678": 9})")), "cbf43926");
   // The empty text has CRC 0, still written with all eight digits.
-  EXPECT_EQ(DocumentChecksum(Tree("{}")), "00000000");
+  EXPECT_EQ(DocumentChecksum(Parsed("{}")), "00000000");
 }
 
 TEST(DocumentChecksum, WhatChangesTheChecksum) {
@@ -131,13 +131,13 @@ TEST(DocumentChecksum, CheckingTheStoredChecksum) {
 TEST(DocumentChecksum, SigningTouchesOnlyTheChecksumBytes) {
   const std::string unsignedText = "  {\n  \"a\": 1}";
   const std::string inserted = Signed(unsignedText);
-  const std::string checksum = DocumentChecksum(Tree(unsignedText));
+  const std::string checksum = DocumentChecksum(Parsed(unsignedText));
   EXPECT_EQ(inserted, "  {\n  \"Checksum\": \"" + checksum + "\",\n  \"a\": 1}");
 
   const std::string stale = "{\"b\":2, \"Checksum\" :  \"WRONG\" , \"a\":1}";
   const std::string replaced = Signed(stale);
-  EXPECT_EQ(replaced, "{\"b\":2, \"Checksum\" :  \"" +
-                          DocumentChecksum(Tree(stale)) + "\" , \"a\":1}");
+  EXPECT_EQ(replaced,
+            "{\"b\":2, \"Checksum\" :  \"" + DocumentChecksum(Parsed(stale)) + "\" , \"a\":1}");
   EXPECT_EQ(Signed("{}"), "{\n  \"Checksum\": \"00000000\"}");
 
   static const char* const unsignable[] = {

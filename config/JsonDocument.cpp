@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/json/basic_parser_impl.hpp>
+#include <charconv>
 #include <iterator>
 #include <utility>
 #include <vector>
@@ -10,6 +11,11 @@ namespace QuillmarBasebandSDK {
 namespace {
 
 constexpr char kChecksumKey[] = "Checksum";
+constexpr char kSharedDatabaseKey[] = "SharedDatabase";
+// About the fewest bytes a configuration spends on a value (`"n":1,` and white space).
+constexpr std::size_t kBytesPerValue = 8;
+// As a default C++ stream writes a real: "%g", six significant digits, in the C locale.
+constexpr int kRealDigits = 6;
 // Configuration files nest a handful of levels; the parser refuses deeper texts.
 constexpr std::size_t kMaxDepth = 64;
 
@@ -26,13 +32,23 @@ class TreeBuilder {
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
 
-  TreeBuilder(std::string_view text, JsonDocument& document) : text_(text), document_(document) {}
+  TreeBuilder(std::string_view text, JsonDocument& document) : text_(text), document_(document) {
+    // Room for every value of a typical configuration at once, so that the stack never moves.
+    values_.reserve(text.size() / kBytesPerValue + 1);
+    document_.canonicalText.reserve(text.size());
+  }
 
   bool on_document_begin(ErrorCode&) { return true; }
   bool on_document_end(ErrorCode&) { return true; }
-  bool on_array_begin(ErrorCode&) { return Open(JsonType::Array); }
+  bool on_array_begin(ErrorCode&) {
+    BeginContainer();
+    return Open(JsonType::Array);
+  }
   bool on_array_end(std::size_t, ErrorCode&) { return Close(); }
-  bool on_object_begin(ErrorCode&) { return Open(JsonType::Object); }
+  bool on_object_begin(ErrorCode&) {
+    BeginContainer();
+    return Open(JsonType::Object);
+  }
   bool on_object_end(std::size_t, ErrorCode&) { return Close(); }
 
   bool on_string_part(string_view part, std::size_t, ErrorCode&) {
@@ -49,6 +65,8 @@ class TreeBuilder {
     value.string.append(last.data(), last.size());
     pendingString_.clear();
     stringInParts_ = false;
+    if (BeginCanonical())
+      AppendQuoted(value.string, IsMember() && pendingKey_ == kSharedDatabaseKey);
     return Add(std::move(value));
   }
   bool on_key_part(string_view part, std::size_t, ErrorCode&) {
@@ -61,12 +79,14 @@ class TreeBuilder {
   }
   bool on_number_part(string_view, ErrorCode&) { return true; }
   bool on_int64(std::int64_t number, string_view, ErrorCode&) {
+    if (BeginCanonical()) AppendNumber(number);
     JsonValue value;
     value.type = JsonType::Integer;
     value.integer = number;
     return Add(std::move(value));
   }
   bool on_uint64(std::uint64_t number, string_view, ErrorCode&) {
+    if (BeginCanonical()) AppendNumber(number);
     JsonValue value;
     value.type = JsonType::Integer;
     value.wideUnsigned = number;
@@ -74,12 +94,14 @@ class TreeBuilder {
     return Add(std::move(value));
   }
   bool on_double(double number, string_view, ErrorCode&) {
+    if (BeginCanonical()) AppendNumber(number, std::chars_format::general, kRealDigits);
     JsonValue value;
     value.type = JsonType::Real;
     value.real = number;
     return Add(std::move(value));
   }
   bool on_bool(bool flag, ErrorCode&) {
+    if (BeginCanonical()) document_.canonicalText += flag ? "true" : "false";
     JsonValue value;
     value.type = JsonType::Boolean;
     value.boolean = flag;
@@ -107,6 +129,45 @@ class TreeBuilder {
 
   bool AtRootMember() const { return open_.size() == 1 && open_.front().type == JsonType::Object; }
 
+  bool IsMember() const { return !open_.empty() && open_.back().type == JsonType::Object; }
+
+  // Called as a value other than null begins: writes a member's name to the canonical text and
+  // says whether the value goes there too. A `Checksum` member adds nothing, nor does anything in
+  // a container that is such a member's value.
+  bool BeginCanonical() {
+    if (skipDepth_ != 0) return false;
+    if (!IsMember()) return true;
+    if (pendingKey_ == kChecksumKey) return false;
+    document_.canonicalText += pendingKey_;
+    return true;
+  }
+
+  // A container that adds nothing has its contents left out as well, up to its end.
+  void BeginContainer() {
+    if (!BeginCanonical() && skipDepth_ == 0) skipDepth_ = open_.size() + 1;
+  }
+
+  void AppendQuoted(const std::string& value, bool doubleBackslashes) {
+    std::string& text = document_.canonicalText;
+    text += '"';
+    if (!doubleBackslashes) {
+      text += value;
+    } else {
+      for (const char c : value) {
+        text += c;
+        if (c == '\\') text += '\\';
+      }
+    }
+    text += '"';
+  }
+
+  template <typename Number, typename... Format>
+  void AppendNumber(Number number, Format... format) {
+    char digits[32];
+    const auto written = std::to_chars(digits, digits + sizeof digits, number, format...);
+    document_.canonicalText.append(digits, written.ptr);
+  }
+
   // Called for string and null values before they are added: notes where the root's first
   // `Checksum` member's text lies (other kinds of value are noted by Add).
   void NoteRootChecksum(string_view wholeValue) {
@@ -124,6 +185,7 @@ class TreeBuilder {
   }
 
   bool Close() {
+    if (skipDepth_ == open_.size()) skipDepth_ = 0;
     Open_ closed = std::move(open_.back());
     open_.pop_back();
     JsonValue container;
@@ -163,6 +225,7 @@ class TreeBuilder {
   JsonDocument& document_;
   std::vector<Open_> open_;
   std::vector<JsonMember> values_;  // of the open containers, innermost last
+  std::size_t skipDepth_ = 0;  // the depth of the container being left out of the canonical text
   std::string pendingKey_;
   std::string pendingString_;
   bool stringInParts_ = false;

@@ -1,8 +1,8 @@
 // A JSON text read into our ordered tree (JsonValue), through Boost.JSON's SAX parser.
 //
-// Besides the tree, it notes where the root object's first `Checksum` string lies in the text,
-// so that signing can replace those bytes and leave every other byte as it was. Stateless
-// functions; safe to call from any thread.
+// Besides the tree, it writes the canonical text the checksum covers, and notes where the root
+// object's first `Checksum` string lies in the text, so that signing can replace those bytes and
+// leave every other byte as it was. Stateless functions; safe to call from any thread.
 #pragma once
 
 #include <cstddef>
@@ -25,6 +25,8 @@ struct JsonDocument {
   std::size_t checksumLength = 0;
   // True when the root object has a member named `Checksum` at all.
   bool hasRootChecksum = false;
+  // The text the document's checksum covers (rules in DocumentChecksum.h).
+  std::string canonicalText;
 };
 
 // Where and why a text is not JSON.

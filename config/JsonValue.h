@@ -23,9 +23,9 @@ struct JsonMember;
 struct JsonValue {
   JsonType type = JsonType::Null;
   bool boolean = false;
+  bool isWideUnsigned = false;
   std::int64_t integer = 0;        // Integer: the value, unless wideUnsigned
   std::uint64_t wideUnsigned = 0;  // Integer above the signed 64-bit range: the value
-  bool isWideUnsigned = false;
   double real = 0.0;
   std::string string;
   std::vector<JsonMember> members;  // Object: in document order

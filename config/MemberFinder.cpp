@@ -10,22 +10,21 @@ const JsonValue* MemberFinder::FindAny(const JsonValue& object, std::string_view
 }
 
 const JsonValue* MemberFinder::Find(const JsonValue& object, std::string_view key, JsonType type,
-                                    std::string_view context) const {
+                                    const MemberContext& context) const {
   const JsonValue* value = FindAny(object, key);
   if (value == nullptr) {
-    Fail(std::string(key) + " not found in " + std::string(context));
+    Fail(std::string(key) + " not found in " + context.Text());
     return nullptr;
   }
   if (value->type != type) {
-    Fail(std::string(key) + " in " + std::string(context) + " should be of type " +
-         JsonTypeName(type));
+    Fail(std::string(key) + " in " + context.Text() + " should be of type " + JsonTypeName(type));
     return nullptr;
   }
   return value;
 }
 
 bool MemberFinder::FindString(const JsonValue& object, std::string_view key,
-                              std::string_view context, std::string& value) const {
+                              const MemberContext& context, std::string& value) const {
   const JsonValue* found = Find(object, key, JsonType::String, context);
   if (found == nullptr) return false;
   value = found->string;

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "config/JsonValue.h"
+#include "config/MemberContext.h"
 
 namespace QuillmarBasebandSDK {
 
@@ -23,13 +24,13 @@ class MemberFinder {
   // The first member of `object` named exactly `key`, when it has type `type`; otherwise null,
   // with the not-found or wrong-type message as the error text.
   const JsonValue* Find(const JsonValue& object, std::string_view key, JsonType type,
-                        std::string_view context) const;
+                        const MemberContext& context) const;
 
   // The first member named `key` whatever its type; null (and no message) when there is none.
   static const JsonValue* FindAny(const JsonValue& object, std::string_view key);
 
   // Copies a string member into `value`; false, with the finder's message, when it cannot.
-  bool FindString(const JsonValue& object, std::string_view key, std::string_view context,
+  bool FindString(const JsonValue& object, std::string_view key, const MemberContext& context,
                   std::string& value) const;
 
   // Sets the error text to "{source} - {message}"; returns false.
