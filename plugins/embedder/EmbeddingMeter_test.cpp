@@ -7,8 +7,7 @@
 namespace LumensealReference {
 namespace {
 
-// The embedder plug-in's test in tests/ shows whole seconds at 25 fps, a bypassed second and a
-// new run; here, the rates and averages it cannot see.
+// What the embedder plug-in's test in tests/ cannot see: other rates, and averages of some frames.
 TEST(EmbeddingMeter, CountsWholeSecondsAndAveragesEachSecondsEmbeddedFrames) {
   static const struct {
     const char* name;

@@ -10,7 +10,7 @@
 namespace Lumenseal {
 namespace {
 
-TEST(PayloadCodec, WordsRoundTripWithKindValueAndCrcInPlace) {
+TEST(PayloadCodec, WordsRoundTripWithKindValueAndACrcThatCatchesEveryOneOrTwoBitError) {
   static const PayloadWord words[] = {
       {WordKind::Cid, 0}, {WordKind::Cid, 0xFFFF'FFFFu}, {WordKind::Time, 0x12345679u}};
   for (const PayloadWord& word : words) {
@@ -24,9 +24,7 @@ TEST(PayloadCodec, WordsRoundTripWithKindValueAndCrcInPlace) {
   for (const std::int64_t timestamp : {0l, -1l, 848'000'000l, 2'147'483'647l}) {
     EXPECT_EQ(timestamp, PayloadCodec::TimestampOf(PayloadCodec::TimeWord(timestamp)));
   }
-}
-
-TEST(PayloadCodec, CrcRejectsEverySingleAndDoubleBitError) {
+  // The CRC rejects every error of one or two bits, and bits above the word.
   const std::uint64_t good = PayloadCodec::Encode({WordKind::Time, 848'000'001});
   for (int bit = 0; bit < PayloadCodec::kWordBits; ++bit) {
     const std::uint64_t once = good ^ std::uint64_t{1} << bit;
@@ -71,10 +69,6 @@ TEST(PayloadCodec, SoftReadingRepairsOnlyItsLeastReliableBitsAndResemblesOnlyLig
               PayloadCodec::DecodeSoft(soft));
     EXPECT_EQ(c.resembles, PayloadCodec::Resembles(soft, word));
   }
-  const PayloadWord next{WordKind::Time, 848'000'002};
-  EXPECT_FALSE(PayloadCodec::Resembles(Soft(PayloadCodec::Encode(next), {}, false), word));
-  EXPECT_FALSE(PayloadCodec::DecodeSoft(std::vector<double>(3, 1.0))) << "wrong length";
-  EXPECT_FALSE(PayloadCodec::Resembles(std::vector<double>(3, 1.0), word)) << "wrong length";
 }
 
 }  // namespace

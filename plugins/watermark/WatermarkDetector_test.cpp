@@ -24,8 +24,8 @@ struct Clip {
   std::vector<Framework::Frame> frames;
 };
 
-// One embedding session of a 640x360 clip, the moving test scene or flat grey: frame i shows
-// session frame markedAs(i), unmarked outside [from, to), then goes to `touch` with its second.
+// One embedding session of a 640x360 clip, the moving test scene or flat grey: its frames outside
+// [from, to) are left unmarked, and each then goes to `touch` with its second.
 struct Session {
   std::uint32_t cid = kCid;
   std::int64_t slotStart = kSlotStart;
@@ -33,7 +33,6 @@ struct Session {
   std::uint64_t to = ~0ull;
   bool flat = false;
   EmbedderStrength strength;
-  std::function<std::uint64_t(std::uint64_t)> markedAs = [](std::uint64_t i) { return i; };
   std::function<void(Framework::Frame&, std::int64_t second)> touch;
 };
 
@@ -47,17 +46,15 @@ Clip Marked(int seconds, const Session& session = {}, Clip clip = {}) {
     if (session.flat) std::fill_n(frame.GetPlane(0), frame.GetSize(), kGrey);
     if (!session.flat) Testing::PaintScene(frame, clip.frames.size());
     const bool bypass = index < session.from || index >= session.to;
-    embedder.Embed(frame, {session.markedAs(index), clip.frameRate, session.cid,
-                           session.slotStart, bypass});
+    embedder.Embed(frame, {index, clip.frameRate, session.cid, session.slotStart, bypass});
     if (session.touch) session.touch(frame, WatermarkEmbedder::SecondOf(index, clip.frameRate));
   }
   return clip;
 }
 
 // A flat clip marked without clipping in the detector. In the `damaged` seconds the mark of the
-// first `damagedBits` bits of the time word (its kind and highest value bits, which neighbouring
-// seconds share) is reversed at a fifth of its strength: with more bits than soft decoding
-// repairs, those seconds do not decode on their own, yet plainly carry their word.
+// first `damagedBits` bits of the time word (kind and highest value bits, shared with neighbouring
+// seconds) is reversed at a fifth of its strength: beyond soft decoding, plainly their word.
 Clip DamagedFlatClip(int seconds, const std::vector<std::int64_t>& damaged, int damagedBits) {
   Session session;
   session.flat = true;
@@ -118,7 +115,6 @@ TEST(WatermarkDetector, LocksOnAtEveryFrameOffset) {
     EXPECT_LE(seen.reportedAt.front(), offset == 0 ? 2.1 : 3.0);
     for (const Detection& found : seen.detections) {
       EXPECT_EQ(kCid, found.cid);
-      // The session's second of the frame in the middle of the one read.
       const double middle = offset / 10.0 + found.mediaTime + 0.5;
       EXPECT_EQ(kSlotStart + static_cast<std::int64_t>(middle), found.timestamp);
       EXPECT_GT(found.quality, 0.5);
@@ -137,11 +133,9 @@ TEST(WatermarkDetector, ReadsDamagedSecondsAsTheLockExpectsThem) {
     double lockedAt;           // 0, or when the lock is made: all of them are reported after it
   } cases[] = {
       {"a damaged second while locked", 8, {4}, kFive, 0, 6, 0.0},
-      // Too many to resemble the word alone: read with the seconds before.
-      {"eight faint wrong bits", 8, {4}, 8, 0, 6, 0.0},
+      {"too many to resemble alone: read with the seconds before", 8, {4}, 8, 0, 6, 0.0},
       {"a lone clean second (2) locks with the one before", 8, {0, 1, 3, 4}, kFive, 0, 6, 3.0},
-      {"too damaged to lock with, between the pair that locks (2 and 5)", 8, {0, 1, 3, 4}, 8, 2,
-       6, 6.0},
+      {"too damaged to lock with, between the pair (2, 5)", 8, {0, 1, 3, 4}, 8, 2, 6, 6.0},
       {"nothing to lock on to", 4, {0, 1, 2, 3}, kFive, 1, 0, 0.0},
   };
   for (const auto& c : cases) {
@@ -156,6 +150,35 @@ TEST(WatermarkDetector, ReadsDamagedSecondsAsTheLockExpectsThem) {
       EXPECT_GT(seen.reportedAt.front(), c.lockedAt) << "read again once the lock was made";
       EXPECT_LT(seen.reportedAt.front(), c.lockedAt + 1.0);
     }
+  }
+}
+
+// A faint mark in which nine cells in ten are swamped afresh in every frame by 4x4 blocks of up to
+// +-100 levels (detail moving fast): the seconds are read from the calm tenth.
+TEST(WatermarkDetector, ReadsTheMarkFromTheCellsThePictureLeavesCalm) {
+  const WatermarkLayout layout(kSeed, 640, 360);
+  Session swamped;
+  swamped.flat = true;
+  swamped.strength = {1.0, 1};
+  std::uint32_t state = 2024;
+  swamped.touch = [&](Framework::Frame& frame, std::int64_t) {
+    for (int y = 0; y < 360; y += 4) {
+      for (int x = 0; x < 640; x += 4) {
+        state = state * 1664525u + 1013904223u;
+        const int cell = y / layout.CellSize() * layout.Columns() + x / layout.CellSize();
+        if (cell % 10 == 9) continue;
+        for (int row = y; row < y + 4; ++row) {
+          std::uint8_t* samples = frame.GetPlane(0) + row * frame.GetPitch(0) + x;
+          for (int i = 0; i < 4; ++i) samples[i] += static_cast<int>(state >> 24) % 201 - 100;
+        }
+      }
+    }
+  };
+  const Seen seen = Detect(Marked(8, swamped));
+  ASSERT_GE(seen.detections.size(), 4u);
+  for (const Detection& found : seen.detections) {
+    EXPECT_EQ(kCid, found.cid);
+    EXPECT_EQ(kSlotStart + std::lround(found.mediaTime), found.timestamp);
   }
 }
 
