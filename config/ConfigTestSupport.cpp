@@ -1,5 +1,7 @@
 #include "config/ConfigTestSupport.h"
 
+#include <gtest/gtest.h>
+
 #include <boost/json/serialize.hpp>
 #include <boost/json/string.hpp>
 #include <sstream>
@@ -9,11 +11,16 @@
 
 namespace QuillmarBasebandSDK::Testing {
 
-std::string Signed(const std::string& text) {
+std::string Signed(const std::string& text, const std::string& name) {
   std::string signedText;
   std::string error;
-  if (!SignConfiguration(text, "cfg.json", "cfg.json", true, signedText, error)) return text;
-  return signedText;
+  return SignConfiguration(text, name, name, true, signedText, error) ? signedText : text;
+}
+
+std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  return at == std::string::npos ? text : text.replace(at, from.size(), to);
 }
 
 std::string DocumentWithEntries(const std::string& entries) {

@@ -17,8 +17,12 @@ namespace QuillmarBasebandSDK::Testing {
 
 using Framework::Testing::TemporaryFolder;
 
-// `text` signed as `quillmar config sign` would sign it.
-std::string Signed(const std::string& text);
+// `text` signed as `quillmar config sign` would sign it as the file `name`; unchanged when it
+// cannot be signed.
+std::string Signed(const std::string& text, const std::string& name = "cfg.json");
+
+// `text` with its first `from` replaced by `to`; a test failure when `text` holds no `from`.
+std::string Replaced(std::string text, const std::string& from, const std::string& to);
 
 // A complete configuration whose ContentProcessingParameters array is `entries` (JSON text).
 std::string DocumentWithEntries(const std::string& entries);

@@ -1,43 +1,54 @@
-// The line-oriented form: its CRC, both file layouts, and the messages of its section.
+// The line-oriented form: its CRC, both file layouts, its sections and channel settings.
 #include "config/LineForm.h"
 
 #include <gtest/gtest.h>
 
 #include "config/ConfigTestSupport.h"
-#include "config/LineFormCrc.h"
 
 namespace QuillmarBasebandSDK {
 namespace {
 
 using Testing::LoadText;
+using Testing::Replaced;
 
-TEST(LineFormCrc, KeepsTheBitsAbove16) {
-  LineFormCrc crc;
-  crc.Update("123456789");
-  // The low 16 bits are CRC-16/XMODEM's check value; the rest is what the unmasked register
-  // accumulated.
-  EXPECT_EQ(crc.Value() & 0xFFFFu, 0x31C3u);
-  EXPECT_EQ(crc.Value(), 0xB5A331C3u);
-  LineFormCrc empty;
-  EXPECT_EQ(empty.Value(), 0u);
-}
-
+// This embedder's channel (ChannelName) is the second, so that the first's strength cannot pass.
 constexpr char kBody[] =
-    "[OTHER]\nCIDs=1\n[COMMON]\nFontPitch=14\nCIDs=11, 12\nProgramNames=One, Two\n"
-    "PayloadSize=48_1\nEmbeddingQuality=HIGH_QUALITY\nDefaultProgramName=Two\n";
+    "; comment\n[OTHER]\nCIDs=1\n[COMMON]\nFontPitch=14\nCIDs=11, 12\nProgramNames=One, Two\n"
+    "PayloadSize=48_1\nEmbeddingQuality=HIGH_QUALITY\nDefaultProgramName=Two\nClient=C\n"
+    "ConnectionMode=Standalone\nOperationMode=Embedding\nEmbeddingMode=Baseband\n"
+    "ChannelName=Second\nEmbeddingStartDelay=2\nEmbedderMacAddresses=e1, e2\n"
+    "DetectorMacAddresses=d1\nChannels=CH1, CH2\n[CH1]\nName=First\nGlobalDepth=2.5\n"
+    "MaxLocalDepth=4\n[CH2]\nName=Second\nGlobalDepth = 3\nMaxLocalDepth=5\n";
 
-TEST(LineForm, TextFormLoads) {
+TEST(LineForm, TextFormLoadsWithItsChannelSettings) {
   const std::string text = EncodeTextForm(kBody);
   const auto result = LoadText(text, true, "legacy.cfg");
   ASSERT_TRUE(result.loaded) << result.errorText;
-  EXPECT_TRUE(result.settings.checksumValid);
-  EXPECT_EQ(result.settings.fontPitch, 14);
-  ASSERT_EQ(result.settings.programs.size(), 2u);
-  EXPECT_EQ(result.settings.programs[1].name, "Two");
-  EXPECT_EQ(result.settings.programs[1].vwm.eids, (std::vector<std::int64_t>{11, 12}));
-  EXPECT_EQ(result.settings.programs[1].vwm.embeddingQuality, "HIGH_QUALITY");
-  EXPECT_EQ(result.settings.programs[1].payloadSize, PayloadSize::Rate48);
-
+  const ContentProcessorSettings& settings = result.settings;
+  EXPECT_EQ(settings.fontPitch, 14);
+  EXPECT_EQ(settings.defaultProgramName, "Two");
+  ASSERT_EQ(settings.programs.size(), 2u);
+  for (const ProgramEntry& program : settings.programs) {
+    EXPECT_EQ(JoinEids(program.vwm.eids), "11, 12");
+    EXPECT_EQ(program.vwm.embeddingQuality, "HIGH_QUALITY");
+    EXPECT_EQ(program.payloadSize, PayloadSize::Rate48);
+    EXPECT_FLOAT_EQ(program.vwm.globalDepth, 3.0f);
+    EXPECT_EQ(program.vwm.maxLocalDepth, 5);
+  }
+  const ChannelSettings& channels = settings.channelSettings;
+  EXPECT_EQ(channels.client + "|" + channels.connectionMode + "|" + channels.operationMode + "|" +
+                channels.embeddingMode + "|" + channels.channelName,
+            "C|Standalone|Embedding|Baseband|Second");
+  EXPECT_EQ(channels.embeddingStartDelay, 2);
+  EXPECT_EQ(channels.embedderMacAddresses, (std::vector<std::string>{"e1", "e2"}));
+  EXPECT_EQ(channels.detectorMacAddresses, (std::vector<std::string>{"d1"}));
+  EXPECT_EQ(channels.channels.back().section + " " + channels.channels.back().name, "CH2 Second");
+  // An older file, without Channels, has no channel settings and its programs no depths.
+  const std::string older = Replaced(Replaced(kBody, "Channels=CH1, CH2\n", ""), "48_1", "48-1");
+  const auto olderResult = LoadText(EncodeTextForm(older), true, "legacy.cfg");
+  ASSERT_TRUE(olderResult.loaded) << olderResult.errorText;
+  EXPECT_FALSE(olderResult.settings.channelSettings.present);
+  EXPECT_FALSE(olderResult.settings.programs[0].vwm.parametersSet);
   // The CRC covers the characters of the lines, not their ends: CRLF text has the same CRC,
   // and lines after the crc= line are not protected.
   std::string crlf;
@@ -45,85 +56,80 @@ TEST(LineForm, TextFormLoads) {
   EXPECT_TRUE(LoadText(crlf + "trailing junk\n", true, "legacy.cfg").loaded);
 }
 
-TEST(LineForm, CrcFailures) {
-  const std::string text = EncodeTextForm(kBody);
-  std::string flipped = text;
-  flipped[flipped.find("One")] = 'o';
-  std::string noCrc = kBody;
-  std::string badNumber = std::string(kBody) + "crc=abc\n";
-  static const struct {
-    std::string text;
-    const char* name;
-  } cases[] = {
-      {flipped, "legacy.cfg"}, {noCrc, "legacy.cfg"}, {badNumber, "legacy.cfg"},
-      {"", "empty.cfg"},       {"{\"a\": ", "broken.json"},
-      // Nested deeper than the JSON reader accepts.
-      {"{\"a\":" + std::string(100, '[') + std::string(100, ']') + "}", "deep.json"},
-  };
-  for (const auto& c : cases) {
-    const auto checked = LoadText(c.text, true, c.name);
-    EXPECT_FALSE(checked.loaded);
-    EXPECT_EQ(checked.errorText, "CRC error") << c.text;
-  }
-  const auto unchecked = LoadText(flipped, false, "legacy.cfg");
-  EXPECT_TRUE(unchecked.loaded) << unchecked.errorText;
-  EXPECT_FALSE(unchecked.settings.checksumValid);
-}
-
-TEST(LineForm, SectionMessages) {
-  static const struct {
-    std::string body;
+TEST(LineForm, EveryMessage) {
+  const std::string gone = "COMMON.PayloadSize, payload size 48 bits per 6 seconds is no longer "
+                           "supported.";
+  const struct {
+    const char* from;
+    const char* to;
     std::string error;
   } cases[] = {
-      {"[OTHER]\nCIDs=1\n", "COMMON section not found"},
-      {"[COMMON]\nProgramNames=A\nPayloadSize=48\n", "COMMON.CIDs field not found"},
-      {"[COMMON]\nCIDs=1, x\nProgramNames=A\nPayloadSize=48\n", "COMMON.CIDs field not found"},
-      {"[COMMON]\nCIDs=1\nPayloadSize=48\n", "COMMON.ProgramNames field not found"},
-      {"[COMMON]\nCIDs=1\nProgramNames=A,,B\nPayloadSize=48\n",
-       "COMMON.ProgramNames field not found"},
-      {"[COMMON]\nCIDs=1\nProgramNames=A\n", "COMMON.PayloadSize not found"},
-      {"[COMMON]\nCIDs=1\nProgramNames=A\nPayloadSize=47\n", "COMMON.PayloadSize not valid"},
-      {"[COMMON]\nCIDs=1\nProgramNames=A\nPayloadSize=48-6\n",
-       "COMMON.PayloadSize, payload size 48 bits per 6 seconds is no longer supported."},
-      {"[COMMON]\nCIDs=1\nProgramNames=A\nPayloadSize=48\nEmbeddingQuality=BEST\n",
-       "COMMON.EmbeddingQuality not valid"},
-      {"[COMMON]\nCIDs=1\nProgramNames=A\nPayloadSize=48\nDefaultProgramName=B\n",
-       "Default program name B not valid for COMMON"},
+      {"[COMMON]", "[COMMONS]", "COMMON section not found"},
+      {"CIDs=11, 12", "CID=11", "COMMON.CIDs field not found"},
+      {"11, 12", "11, x", "COMMON.CIDs field not found"},
+      {"11, 12", "11, 4294967296", "COMMON.CIDs field not found"},
+      {"ProgramNames=", "Programs=", "COMMON.ProgramNames field not found"},
+      {"One, Two", "One,,Two", "COMMON.ProgramNames field not found"},
+      {"PayloadSize=48_1", "Payload=48", "COMMON.PayloadSize not found"},
+      {"48_1", "72", "COMMON.PayloadSize not valid"},
+      {"48_1", "48_6", gone},
+      {"48_1", "48-6", gone},
+      {"HIGH_QUALITY", "BEST", "COMMON.EmbeddingQuality not valid"},
+      {"DefaultProgramName=Two", "DefaultProgramName=Three",
+       "Default program name Three not valid for COMMON"},
+      {"Client=C", "Client=", "COMMON.Client not found"},
+      {"ConnectionMode=Standalone\n", "", "COMMON.ConnectionMode not found"},
+      {"OperationMode=Embedding\n", "", "COMMON.OperationMode not found"},
+      {"EmbeddingMode=Baseband", "EmbeddingMode= ", "COMMON.EmbeddingMode not found"},
+      {"ChannelName=Second\n", "", "COMMON.ChannelName not found"},
+      {"Delay=2", "Delay=-1", "COMMON.EmbeddingStartDelay not valid"},
+      {"Delay=2", "Delay=1.5", "COMMON.EmbeddingStartDelay not valid"},
+      {"Channels=CH1, CH2", "Channels=", "COMMON: No channels found"},
+      {"CH1, CH2", "CH1, CH3", "CH3 section not found"},
+      {"\nName=Second", "\nName=", "CH2.Name not found"},
+      {"GlobalDepth=2.5\n", "", "CH1.GlobalDepth not found"},
+      {"GlobalDepth = 3", "GlobalDepth=deep", "CH2.GlobalDepth not found"},
+      {"MaxLocalDepth=5", "MaxLocalDepth=5.5", "CH2.MaxLocalDepth not found"},
+      {"ChannelName=Second", "ChannelName=Third", "COMMON.ChannelName not found"},
   };
   for (const auto& c : cases) {
-    const auto result = LoadText(EncodeTextForm(c.body), true, "legacy.cfg");
-    EXPECT_FALSE(result.loaded) << c.body;
-    EXPECT_EQ(result.errorText, c.error) << c.body;
+    SCOPED_TRACE(c.to);
+    const auto result = LoadText(EncodeTextForm(Replaced(kBody, c.from, c.to)), true, "a.cfg");
+    EXPECT_FALSE(result.loaded);
+    EXPECT_EQ(result.errorText, c.error);
   }
 }
 
-TEST(LineForm, BinaryRecords) {
+TEST(LineForm, CrcFailures) {
+  const std::string text = EncodeTextForm(kBody);
   const std::string bytes = EncodeCcf(kBody);
-  ASSERT_EQ(bytes.size() % kCcfRecordSize, 0u);
-  const LineFormFile decoded = DecodeLineForm(bytes, true);
-  EXPECT_EQ(decoded.text, kBody);
-  EXPECT_TRUE(decoded.CrcMatches());
-  EXPECT_TRUE(LoadText(bytes, true, "legacy.ccf").loaded);
-
-  // The same bytes under another name are read as text, and fail.
-  EXPECT_EQ(LoadText(bytes, true, "legacy.cfg").errorText, "CRC error");
-  std::string flipped = bytes;
-  flipped[3] ^= 0x01;
-  EXPECT_EQ(LoadText(flipped, true, "legacy.ccf").errorText, "CRC error");
+  std::string flippedRecord = bytes;
+  flippedRecord[3] ^= 0x01;
   std::string wrongStored = bytes;
-  wrongStored[wrongStored.size() - kCcfRecordSize] ^= 0x01;
-  EXPECT_EQ(LoadText(wrongStored, true, "legacy.ccf").errorText, "CRC error");
-  const std::string noEnd = bytes.substr(0, bytes.size() - kCcfRecordSize);
-  EXPECT_EQ(LoadText(noEnd, true, "legacy.ccf").errorText, "CRC error");
-  EXPECT_TRUE(LoadText(noEnd + "short", false, "legacy.ccf").loaded);
-}
-
-TEST(LineForm, ShippedExamplesAreSigned) {
-  for (const char* name : {"legacy.cfg", "legacy.ccf"}) {
-    ConfigurationReader reader((Testing::ExamplesFolder() / name).string());
-    EXPECT_TRUE(reader.Load(true)) << reader.ErrorText();
-    EXPECT_EQ(reader.Settings().programs.size(), 2u) << name;
+  wrongStored[bytes.size() - kCcfRecordSize] ^= 0x01;
+  // A trailing partial record is ignored.
+  EXPECT_EQ(LoadText(bytes + "short", true, "legacy.ccf").settings.programs.size(), 2u);
+  const struct {
+    std::string bytes;
+    const char* name;
+  } cases[] = {
+      {Replaced(text, "One", "one"), "legacy.cfg"},
+      {kBody, "legacy.cfg"},
+      {std::string(kBody) + "crc=abc\n", "legacy.cfg"},
+      {"", "empty.cfg"},
+      // Nested deeper than the JSON reader accepts.
+      {"{\"a\":" + std::string(100, '[') + std::string(100, ']') + "}", "deep.json"},
+      {bytes, "legacy.cfg"},
+      {flippedRecord, "legacy.ccf"},
+      {wrongStored, "legacy.ccf"},
+      {bytes.substr(0, bytes.size() - kCcfRecordSize), "legacy.ccf"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.bytes);
+    EXPECT_EQ(LoadText(c.bytes, true, c.name).errorText, "CRC error");
+    EXPECT_FALSE(LoadText(c.bytes, false, c.name).settings.checksumValid);
   }
+  EXPECT_TRUE(LoadText(Replaced(text, "One", "one"), false, "legacy.cfg").loaded);
 }
 
 }  // namespace
