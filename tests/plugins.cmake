@@ -3,7 +3,7 @@ quillmar_add_test(plugins_test SOURCES
   ${CMAKE_CURRENT_SOURCE_DIR}/EncodationLog_test.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/LumensealPlugins_test.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/PluginTestChannel.cpp
-  LIBS QuillmarBasebandSDK QuillmarFramework Boost::json
+  LIBS FrameworkTesting QuillmarBasebandSDK QuillmarFramework Boost::json
 )
 add_dependencies(plugins_test LumensealBasebandEmbedderPlugin LumensealBasebandDetectorPlugin)
 target_compile_definitions(plugins_test PRIVATE
