@@ -2,206 +2,162 @@
 // metadata checks (warnings only), the older six-text form, and the aborts.
 #include <gtest/gtest.h>
 
-#include <boost/json.hpp>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
+#include "detector-api/CBasebandWMDetection.h"
+#include "events/VWMEmbeddingEvent.h"
+#include "plugins/detector/DetectorSimulation.h"
 #include "tests/ChannelTestSupport.h"
 
 namespace QuillmarTesting {
 namespace {
 
-using Framework::EventLevel;
-using Line = Framework::Testing::RecordingLogSink::Line;
-using Metadata = std::map<std::string, std::string>;
-
-constexpr char kKeysUnknown[] =
-    "QuillmarBasebandSDKChannel::WriteEncodationLog cannot determine selected metadata keys. "
-    "Aborted!";
-constexpr char kObsoleteCalled[] =
-    "User called OBSOLETE QuillmarBasebandSDKChannel::WriteEncodationLog. Mapping to the new "
-    "format!";
-
-const std::vector<std::pair<std::string, std::string>> kDefaultFields = {
-    {"itemid", "ItemId"}, {"slug", "Slug"}, {"note", "Note"}};
-
-Metadata MetadataOf(const boost::json::object& record) {
-  Metadata metadata;
-  if (!record.contains("Metadata")) return metadata;
-  for (const auto& field : record.at("Metadata").as_object()) {
-    metadata[std::string(field.key())] = std::string(field.value().as_string());
-  }
-  return metadata;
-}
-
-std::string Text(const boost::json::object& record, const char* name) {
-  return record.contains(name) ? std::string(record.at(name).as_string()) : "";
-}
-
-// Whether `lines` holds `expected` in this order (other lines may come between).
-bool InOrder(const std::vector<Line>& lines, const std::vector<Line>& expected) {
-  auto next = expected.begin();
-  for (const Line& line : lines) {
-    if (next != expected.end() && line.level == next->level && line.text == next->text) ++next;
-  }
-  return next == expected.end();
-}
+namespace json = boost::json;
 
 class ChannelEncodationLogTest : public ChannelTest {
  protected:
   ChannelEncodationLogTest() {
-    configuration_.programs = {{"Demo", {101, 102, 103}, kDefaultFields}};
+    configuration_.programs = {
+        {"Demo", {101, 102, 103}, {{"itemid", "ItemId"}, {"slug", "Slug"}, {"note", "Note"}}},
+        {"Short", {104}, {{"itemid", "ItemId"}, {"slug", "Slug"}}}};
   }
 
-  // Starts a run of `durationSeconds` whose embedder writes to encodationLog_.
-  void StartLoggedRun(TestChannel& channel, std::uint32_t durationSeconds) {
-    ASSERT_NO_FATAL_FAILURE(StartRun(channel, durationSeconds));
+  // Starts a run of `seconds` whose embedder writes to encodationLog_.
+  void StartLoggedRun(TestChannel& channel, std::uint32_t seconds) {
+    ASSERT_NO_FATAL_FAILURE(StartRun(channel, seconds));
     channel.Embedder().SetProperty("EncodationLogFile", encodationLog_);
   }
 
   const std::string encodationLog_ = folder_.File("encodation.jsonl");
 };
 
-TEST_F(ChannelEncodationLogTest, TheRecordFollowsTheFinalisedSlot) {
+TEST_F(ChannelEncodationLogTest, TheRecordFollowsTheFinalisedSlotAndTheMeasuredEnergies) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartLoggedRun(channel, 0));
-  ASSERT_EQ(50, channel.Feed(50));
-  ASSERT_EQ(2u, channel.Embedder().GetEmbeddedDurationInSeconds());
   const GrantedSlot slot = channel.Slot();
+  auto& embedderSignal = channel.Embedder().GetEventSignal();
+  // Energies at or below -0.5 carry no measurement.
+  for (const float energy : {-0.5f, Framework::VWMEmbeddingEvent::kNoEnergy, -0.49f}) {
+    embedderSignal.Raise(Framework::VWMEmbeddingEvent(energy));
+  }
+  // While a prior watermark is present a report says so and is not averaged.
+  channel.Detector().SetProperty(DetectorSimulation::kPresence,
+                                 CBasebandWMDetection{CBasebandWMDetection::kPresent, 0.0});
+  ASSERT_TRUE(channel.FeedOne());
+  embedderSignal.Raise(Framework::VWMEmbeddingEvent(0.25f));
+  EXPECT_EQ((Strings{"-0.49 embedding", "0.25 bypassing"}), listener_.Texts(Kind::EmbeddingReport));
 
   channel->WriteEncodationLog("host", "input", "third", {{"itemid", "42"}});
-
-  const boost::json::object record = LastEncodationRecord(encodationLog_);
-  EXPECT_EQ("host", Text(record, "HostText1"));
-  EXPECT_EQ("input", Text(record, "HostText2"));
-  EXPECT_EQ("Test Playout", Text(record, "Facility"));
-  EXPECT_EQ("third", Text(record, "HostText3"));
-  EXPECT_EQ((Metadata{{"itemid", "42"}}), MetadataOf(record));
-  std::stringstream configText;
-  configText << std::ifstream(configPath_).rdbuf();
-  const std::string checksum(boost::json::parse(configText.str()).at("Checksum").as_string());
-  EXPECT_EQ(checksum, Text(record, "ConfigurationChecksum"));
-  EXPECT_EQ(0.0, record.at("AverageEnergy").as_double());
-  EXPECT_EQ(slot.cid, record.at("CID").to_number<unsigned>());
-
-  // Finalised before the record was written: the slot keeps the 2 seconds embedded + 1.
+  const json::object record = LastEncodationRecord(encodationLog_);
+  const json::object expected = {{"HostText1", "host"},
+                                 {"HostText2", "input"},
+                                 {"Facility", "Test Playout"},
+                                 {"HostText3", "third"},
+                                 {"Metadata", {{"itemid", "42"}}},
+                                 {"ConfigurationChecksum", ChecksumOf(configPath_)},
+                                 {"CID", slot.cid}};
+  for (const auto& field : expected)
+    EXPECT_EQ(field.value(), record.at(field.key())) << field.key();
+  EXPECT_FLOAT_EQ(-0.49f, record.at("AverageEnergy").as_double());
+  // Finalised before the record was written: the slot keeps the 0 seconds embedded + 1.
   EXPECT_TRUE(InOrder(log_->Lines(), {{EventLevel::Info, "FinalizeEmbedding done"},
                                       {EventLevel::Info,
                                        "LumensealBasebandEmbedderPlugin::WriteEncodationLog; "
                                        "record written to " +
                                            encodationLog_}}));
-  const CID_Timestamp_Lock_Record row = RowOf(databasePath_, slot.cid);
-  EXPECT_DOUBLE_EQ(3.0, SecondsBetween(slot.start, row.Timestamp));
+  EXPECT_DOUBLE_EQ(1.0, SecondsBetween(slot.start, RowOf(databasePath_, slot.cid).Timestamp));
 }
 
-TEST_F(ChannelEncodationLogTest, MetadataIsCheckedAgainstTheProgramsFieldsAndAlwaysKept) {
-  static const struct {
-    const char* key;
-    std::vector<Line> lines;
+// Records asked for, in one run, under the run's program, another program and an unknown one.
+TEST_F(ChannelEncodationLogTest, RecordsFollowTheNamedProgramsFieldsOrAbortBeforeFinalising) {
+  const std::string kObsolete =
+      "warning: User called OBSOLETE QuillmarBasebandSDKChannel::WriteEncodationLog. Mapping to "
+      "the new format!";
+  const std::string kKeysUnknown =
+      "QuillmarBasebandSDKChannel::WriteEncodationLog cannot determine selected metadata keys. "
+      "Aborted!";
+  const struct {
+    const char* program;
+    const char* key;        // null: the six-text form
+    Strings problems;       // the warnings and errors logged, in order
+    json::object metadata;  // of the record; empty: no record
   } cases[] = {
-      {"itemid", {}},
-      {"Slug",
-       {{EventLevel::Warning,
-         "QuillmarBasebandSDKChannel::WriteEncodationLog: Slug is not allowed metadata "
-         "DisplayName"},
-        {EventLevel::Warning, "...but it matches a valid FieldName. Can proceed."}}},
-      {"rating",
-       {{EventLevel::Warning,
-         "QuillmarBasebandSDKChannel::WriteEncodationLog: rating is not allowed metadata "
-         "DisplayName"},
-        {EventLevel::Error,
-         "...and no matching FieldName. Will proceed with user-defined name, but encodation "
-         "import may fail!"}}},
+      {"Demo", "itemid", {}, {{"itemid", "value"}}},
+      {"Demo",
+       "Slug",
+       {"warning: QuillmarBasebandSDKChannel::WriteEncodationLog: Slug is not allowed metadata "
+        "DisplayName",
+        "warning: ...but it matches a valid FieldName. Can proceed."},
+       {{"Slug", "value"}}},
+      {"Demo",
+       "rating",
+       {"warning: QuillmarBasebandSDKChannel::WriteEncodationLog: rating is not allowed metadata "
+        "DisplayName",
+        "error: ...and no matching FieldName. Will proceed with user-defined name, but "
+        "encodation import may fail!"},
+       {{"rating", "value"}}},
+      // Kept in the order of their display names, the fields begin "itemid", "note", "slug".
+      {"Demo",
+       nullptr,
+       {kObsolete,
+        "error: First three metadata fields in active program: \"%1%\", \"%2%\", \"%3%\" differ "
+        "from default names: \"itemid\", \"slug\", \"note\". Will use default keys!"},
+       {{"itemid", "4"}, {"slug", "5"}, {"note", "6"}}},
+      {"Short",
+       nullptr,
+       {kObsolete,
+        "warning: QuillmarBasebandSDKChannel::WriteEncodationLog: active program has too little "
+        "metadata fields defined. Will append default keys!",
+        "warning: QuillmarBasebandSDKChannel::WriteEncodationLog: note is not allowed metadata "
+        "DisplayName",
+        "error: ...and no matching FieldName. Will proceed with user-defined name, but "
+        "encodation import may fail!"},
+       {{"itemid", "4"}, {"slug", "5"}, {"note", "6"}}},
+      {"Late Show",
+       "itemid",
+       {"error: Selected program Late Show not found in the config file", "error: " + kKeysUnknown},
+       {}},
+      {"Late Show",
+       nullptr,
+       {kObsolete, "error: Selected program Late Show not found in the config file",
+        "error: " + kKeysUnknown},
+       {}},
   };
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartLoggedRun(channel, 10));
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.key);
+    const std::string first = std::string(c.program) + (c.key != nullptr ? c.key : " six");
+    SCOPED_TRACE(first);
     Framework::Testing::ScopedLogRecording log;
-    channel->WriteEncodationLog("host", "input", "third", {{c.key, "value"}});
-    std::vector<Line> checks;
+    channel->SetProgramName(c.program);
+    if (c.key != nullptr) {
+      channel->WriteEncodationLog(first, "2", "3", {{c.key, "value"}});
+    } else {
+      channel->WriteEncodationLog(first, "2", "3", "4", "5", "6");
+    }
+    Strings problems;
     for (const Line& line : log->Lines()) {
-      if (line.text.find("DisplayName") != std::string::npos || line.text.rfind("...", 0) == 0) {
-        checks.push_back(line);
+      if (line.level != EventLevel::Info) {
+        problems.push_back((line.level == EventLevel::Error ? "error: " : "warning: ") + line.text);
       }
     }
-    ASSERT_EQ(c.lines.size(), checks.size());
-    for (std::size_t i = 0; i < checks.size(); ++i) {
-      EXPECT_EQ(c.lines[i].level, checks[i].level);
-      EXPECT_EQ(c.lines[i].text, checks[i].text);
+    EXPECT_EQ(c.problems, problems);
+    const json::object record = LastEncodationRecord(encodationLog_);
+    EXPECT_EQ(!c.metadata.empty(), record.at("HostText1") == first.c_str());
+    EXPECT_EQ(!c.metadata.empty(), log->Has(EventLevel::Info, "FinalizeEmbedding..."));
+    if (!c.metadata.empty()) {
+      EXPECT_EQ(c.metadata, record.at("Metadata"));
+      EXPECT_EQ("2", record.at("HostText2"));
+      EXPECT_EQ("3", record.at("HostText3"));
     }
-    EXPECT_EQ((Metadata{{c.key, "value"}}), MetadataOf(LastEncodationRecord(encodationLog_)));
   }
-}
 
-TEST_F(ChannelEncodationLogTest, AnUnknownProgramAbortsBothFormsBeforeFinalising) {
-  TestChannel channel;
-  ASSERT_NO_FATAL_FAILURE(StartLoggedRun(channel, 0));
-  channel->SetProgramName("Late Show");
-  for (const bool obsolete : {false, true}) {
-    SCOPED_TRACE(obsolete ? "six texts" : "metadata map");
-    Framework::Testing::ScopedLogRecording log;
-    if (obsolete) {
-      channel->WriteEncodationLog("1", "2", "3", "4", "5", "6");
-    } else {
-      channel->WriteEncodationLog("host", "input", "third", {{"itemid", "42"}});
-    }
-    EXPECT_TRUE(InOrder(log->Lines(), {{EventLevel::Error,
-                                        "Selected program Late Show not found in the config file"},
-                                       {EventLevel::Error, kKeysUnknown}}));
-    EXPECT_FALSE(log->Has(EventLevel::Info, "FinalizeEmbedding..."));
-  }
-  EXPECT_FALSE(std::filesystem::exists(encodationLog_));
-  EXPECT_TRUE(IsLocked(RowOf(databasePath_, channel.Slot().cid)));
-}
-
-// Stop releases the configuration: the record belongs before Stop, and after it is refused.
-TEST_F(ChannelEncodationLogTest, AfterStopNoRecordIsWritten) {
-  TestChannel channel;
-  ASSERT_NO_FATAL_FAILURE(StartLoggedRun(channel, 10));
+  SCOPED_TRACE("after Stop, which releases the configuration");
+  channel->SetProgramName("Demo");
   ASSERT_TRUE(channel->StopProcessor());
-  channel->WriteEncodationLog("host", "input", "third", {{"itemid", "42"}});
+  channel->WriteEncodationLog("after Stop", "2", "3", {{"itemid", "42"}});
   EXPECT_TRUE(InOrder(log_->Lines(),
                       {{EventLevel::Error, "Selected program Demo not found in the config file"},
                        {EventLevel::Error, kKeysUnknown}}));
-  EXPECT_FALSE(std::filesystem::exists(encodationLog_));
-}
-
-TEST_F(ChannelEncodationLogTest, TheSixTextFormWritesUnderTheDefaultKeys) {
-  static const struct {
-    std::vector<std::pair<std::string, std::string>> fields;
-    Line line;
-  } cases[] = {
-      {{{"itemid", "ItemId"}, {"slug", "Slug"}},
-       {EventLevel::Warning,
-        "QuillmarBasebandSDKChannel::WriteEncodationLog: active program has too little metadata "
-        "fields defined. Will append default keys!"}},
-      // Kept in the order of their display names, the fields begin "itemid", "note", "slug".
-      {kDefaultFields,
-       {EventLevel::Error,
-        "First three metadata fields in active program: \"%1%\", \"%2%\", \"%3%\" differ from "
-        "default names: \"itemid\", \"slug\", \"note\". Will use default keys!"}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.line.text);
-    configuration_.programs = {{"Demo", {101, 102, 103}, c.fields}};
-    Framework::Testing::ScopedLogRecording log;
-    TestChannel channel;
-    ASSERT_NO_FATAL_FAILURE(StartLoggedRun(channel, 10));
-    channel->WriteEncodationLog("s1", "s2", "s3", "s4", "s5", "s6");
-
-    EXPECT_TRUE(
-        InOrder(log->Lines(),
-                {{EventLevel::Warning, kObsoleteCalled},
-                 c.line,
-                 {EventLevel::Info, "Calling QuillmarBasebandSDKChannel::WriteEncodationLog"}}));
-    const boost::json::object record = LastEncodationRecord(encodationLog_);
-    EXPECT_EQ("s1", Text(record, "HostText1"));
-    EXPECT_EQ("s2", Text(record, "HostText2"));
-    EXPECT_EQ("s3", Text(record, "HostText3"));
-    EXPECT_EQ((Metadata{{"itemid", "s4"}, {"slug", "s5"}, {"note", "s6"}}), MetadataOf(record));
-  }
+  EXPECT_NE("after Stop", LastEncodationRecord(encodationLog_).at("HostText1"));
 }
 
 }  // namespace

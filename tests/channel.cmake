@@ -9,8 +9,7 @@ quillmar_add_test(channel_test
     ${CMAKE_CURRENT_LIST_DIR}/ChannelDetection_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ChannelConcurrency_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ChannelHost.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/ChannelTestSupport.cpp
   LIBS FrameworkTesting QuillmarHost QuillmarBasebandSDK QuillmarFramework QuillmarConfig QuillmarLogging QuillmarDatabaseTestSupport
-       Boost::json
+       LumensealWatermarkTesting Boost::json
 )
 add_dependencies(channel_test LumensealBasebandEmbedderPlugin LumensealBasebandDetectorPlugin)
