@@ -2,11 +2,10 @@
 
 #include <boost/json.hpp>
 #include <fstream>
-#include <sstream>
+#include <list>
 #include <stdexcept>
 
 #include "config/ConfigurationSigner.h"
-#include "database/TimeTicks.h"
 
 namespace QuillmarTesting {
 namespace {
@@ -33,26 +32,6 @@ json::object ProgramObject(const TestProgram& program) {
 
 }  // namespace
 
-std::string RecordingListener::Number(double value) {
-  std::ostringstream text;
-  text << value;
-  return text.str();
-}
-
-void RecordingListener::Add(Kind kind, std::string text) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  reports_.emplace_back(kind, std::move(text));
-}
-
-std::vector<std::string> RecordingListener::Texts(Kind kind) const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  std::vector<std::string> texts;
-  for (const auto& report : reports_) {
-    if (report.first == kind) texts.push_back(report.second);
-  }
-  return texts;
-}
-
 std::string WriteConfiguration(const std::string& path, const TestConfiguration& configuration) {
   json::object processor{{"Version", "0.3"}, {"Facility", "Test Playout"}};
   if (!configuration.sharedDatabase.empty()) {
@@ -73,10 +52,6 @@ std::string WriteConfiguration(const std::string& path, const TestConfiguration&
   }
   std::ofstream(path, std::ios::binary) << signedText;
   return path;
-}
-
-Framework::VideoFormatInfo SmallFormat(double framesPerSecond) {
-  return Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, 64, 36, framesPerSecond);
 }
 
 const Quillmar::Tools::ChannelLibrary& Library() {
@@ -108,39 +83,6 @@ void TestChannel::Configure(const std::string& configFile, const TestConfigurati
   channel_->SetFrameRate(framesPerSecond);
   SetFormat(SmallFormat(framesPerSecond));
   channel_->SetListener(listener);
-}
-
-void TestChannel::SetFormat(const Framework::VideoFormatInfo& format) {
-  channel_->SetFormatInfo(format);
-  frame_ = Framework::Frame(format);
-}
-
-int TestChannel::Feed(int count) {
-  int taken = 0;
-  while (taken < count && FeedOne()) ++taken;
-  return taken;
-}
-
-Framework::LumensealBasebandEmbedderPlugin& TestChannel::Embedder() const {
-  return dynamic_cast<Framework::LumensealBasebandEmbedderPlugin&>(
-      *channel_->GetAlgorithm(QuillmarBasebandSDKChannel::kEmbedderInstance));
-}
-
-Framework::AlgorithmBase& TestChannel::Detector() const {
-  return *channel_->GetAlgorithm(QuillmarBasebandSDKChannel::kDetectorInstance);
-}
-
-GrantedSlot TestChannel::Slot() const {
-  const auto& embedder = Embedder();
-  return {embedder.GetSelectedCID(), embedder.GetSelectedStartTime(),
-          embedder.GetSelectedDurationInSeconds()};
-}
-
-double SecondsBetween(const SYSTEMTIME& from, const SYSTEMTIME& to) {
-  using QuillmarBasebandSDK::TimeTicks;
-  const auto ticks =
-      static_cast<std::int64_t>(TimeTicks::FromSystemTime(to) - TimeTicks::FromSystemTime(from));
-  return static_cast<double>(ticks) / static_cast<double>(TimeTicks::kTicksPerSecond);
 }
 
 }  // namespace QuillmarTesting

@@ -4,9 +4,10 @@
 // another on purpose; the listener may be called from any thread.
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <list>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,33 +19,42 @@
 
 namespace QuillmarTesting {
 
-// A host listener that keeps the text of every report, in order. An energy report reads
+// A host listener that keeps the text of every report by kind, in order. An energy report reads
 // "<energy> embedding" (or "bypassing"), a detection "found <payload> at <timestamp> Q <quality>".
 class RecordingListener : public Framework::QuillmarBasebandEmbedderListener {
  public:
-  enum class Kind { EmbeddingReport, Error, Warning, Info, Detection };
+  enum Kind { kEnergy, kError, kWarning, kInfo, kDetection, kKinds };
 
   void OnEmbeddingReport(float energy, bool embedding) override {
-    Add(Kind::EmbeddingReport, Number(energy) + (embedding ? " embedding" : " bypassing"));
+    Add(kEnergy, Number(energy) + (embedding ? " embedding" : " bypassing"));
   }
-  void OnError(const char* message) override { Add(Kind::Error, message); }
-  void OnWarning(const char* message) override { Add(Kind::Warning, message); }
-  void OnInfo(const char* message) override { Add(Kind::Info, message); }
+  void OnError(const char* message) override { Add(kError, message); }
+  void OnWarning(const char* message) override { Add(kWarning, message); }
+  void OnInfo(const char* message) override { Add(kInfo, message); }
   void OnDetection(bool detected, const char* payload, const char* timestamp,
                    double quality) override {
-    Add(Kind::Detection, std::string(detected ? "found " : "lost ") + payload + " at " + timestamp +
-                             " Q " + Number(quality));
+    Add(kDetection, std::string(detected ? "found " : "lost ") + payload + " at " + timestamp +
+                        " Q " + Number(quality));
   }
 
-  // The texts of the reports of `kind`, in order.
-  std::vector<std::string> Texts(Kind kind) const;
+  std::vector<std::string> Texts(Kind kind) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return texts_[kind];
+  }
 
  private:
-  static std::string Number(double value);
-  void Add(Kind kind, std::string text);
+  static std::string Number(double value) {
+    std::ostringstream text;
+    text << value;
+    return text.str();
+  }
+  void Add(Kind kind, std::string text) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    texts_[kind].push_back(std::move(text));
+  }
 
   mutable std::mutex mutex_;
-  std::vector<std::pair<Kind, std::string>> reports_;  // Guarded by mutex_
+  std::array<std::vector<std::string>, kKinds> texts_;  // Guarded by mutex_
 };
 
 // A program of a test configuration; without metadata fields it gets a content type, which
@@ -67,7 +77,9 @@ struct TestConfiguration {
 std::string WriteConfiguration(const std::string& path, const TestConfiguration& configuration);
 
 // A small picture at `framesPerSecond`, so that frames cost little.
-Framework::VideoFormatInfo SmallFormat(double framesPerSecond = 25.0);
+inline Framework::VideoFormatInfo SmallFormat(double framesPerSecond = 25.0) {
+  return Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, 64, 36, framesPerSecond);
+}
 
 // The channel library, loaded once for the process and never unloaded, as a host keeps it.
 const Quillmar::Tools::ChannelLibrary& Library();
@@ -97,26 +109,38 @@ class TestChannel {
                  const Framework::QuillmarBasebandEmbedderListener* listener,
                  double framesPerSecond = 25.0);
   // Gives the channel and the frames it is handed `format`.
-  void SetFormat(const Framework::VideoFormatInfo& format);
+  void SetFormat(const Framework::VideoFormatInfo& format) {
+    channel_->SetFormatInfo(format);
+    frame_ = Framework::Frame(format);
+  }
 
   // The frame FeedOne hands over again and again; the channel marks it in place.
   Framework::Frame& CurrentFrame() { return frame_; }
   // One frame through the host's delivery; false when the channel did not take it.
   bool FeedOne() { return channel_->DeliverFrame(&frame_); }
   // Up to `count` frames; the number the channel took.
-  int Feed(int count);
+  int Feed(int count) {
+    int taken = 0;
+    while (taken < count && FeedOne()) ++taken;
+    return taken;
+  }
 
   // The children, which must exist, and what the embedder was handed at Start.
-  Framework::LumensealBasebandEmbedderPlugin& Embedder() const;
-  Framework::AlgorithmBase& Detector() const;
-  GrantedSlot Slot() const;
+  Framework::LumensealBasebandEmbedderPlugin& Embedder() const {
+    return dynamic_cast<Framework::LumensealBasebandEmbedderPlugin&>(
+        *channel_->GetAlgorithm(channel_->kEmbedderInstance));
+  }
+  Framework::AlgorithmBase& Detector() const {
+    return *channel_->GetAlgorithm(channel_->kDetectorInstance);
+  }
+  GrantedSlot Slot() const {
+    return {Embedder().GetSelectedCID(), Embedder().GetSelectedStartTime(),
+            Embedder().GetSelectedDurationInSeconds()};
+  }
 
  private:
   Framework::QuillmarBasebandSDKChannel* channel_;
   Framework::Frame frame_;
 };
-
-// Seconds from `from` to `to`, with milliseconds.
-double SecondsBetween(const SYSTEMTIME& from, const SYSTEMTIME& to);
 
 }  // namespace QuillmarTesting

@@ -59,6 +59,14 @@ inline SYSTEMTIME Now() {
   return now;
 }
 
+// Seconds from `from` to `to`, with milliseconds.
+inline double SecondsBetween(const SYSTEMTIME& from, const SYSTEMTIME& to) {
+  using QuillmarBasebandSDK::TimeTicks;
+  const auto ticks =
+      static_cast<std::int64_t>(TimeTicks::FromSystemTime(to) - TimeTicks::FromSystemTime(from));
+  return static_cast<double>(ticks) / TimeTicks::kTicksPerSecond;
+}
+
 inline bool IsLocked(const CID_Timestamp_Lock_Record& row) {
   return QuillmarBasebandSDK::TimeTicks::FromSystemTime(row.LockedTill) != 0;
 }
@@ -73,7 +81,8 @@ inline CID_Timestamp_Lock_Record RowOf(const std::string& path, unsigned cid) {
 }
 
 // A private folder holding the configuration ("channel.json", program "Demo" with EIDs 101, 102,
-// 103) and its time-slot file ("slots.db"), a recording listener and a recording of the log.
+// 103), its time-slot file ("slots.db") and the encodation log, a recording listener and a
+// recording of the log.
 class ChannelTest : public ::testing::Test {
  protected:
   ChannelTest() { configuration_.sharedDatabase = databasePath_; }
@@ -83,9 +92,11 @@ class ChannelTest : public ::testing::Test {
     channel.Configure(WriteConfiguration(configPath_, configuration_), configuration_, "Demo",
                       seconds, &listener_, framesPerSecond);
   }
-  // Configures, initialises and starts `channel`; fails the test when a step fails.
+  // Configures, initialises and starts `channel`, whose embedder writes to encodationLog_; fails
+  // the test when a step fails.
   void StartRun(TestChannel& channel, std::uint32_t seconds, double framesPerSecond = 25.0) {
     Configure(channel, seconds, framesPerSecond);
+    channel.Embedder().SetProperty("EncodationLogFile", encodationLog_);
     ASSERT_TRUE(channel->InitProcessor());
     ASSERT_TRUE(channel->StartProcessor());
   }
@@ -100,6 +111,7 @@ class ChannelTest : public ::testing::Test {
   Framework::Testing::TemporaryFolder folder_;
   const std::string databasePath_ = folder_.File("slots.db");
   const std::string configPath_ = folder_.File("channel.json");
+  const std::string encodationLog_ = folder_.File("encodation.jsonl");
   TestConfiguration configuration_;
   RecordingListener listener_;
   Framework::Testing::ScopedLogRecording log_;

@@ -1,12 +1,15 @@
-// The channel's entry points, life cycle, stop totals, licence messages and the host's framework
-// events, driven through the library's exported entry points with the reference plug-ins.
+// The channel's entry points, life cycle, stop totals, licence messages, the host's framework
+// events and the detection path, driven through the library's exported entry points with the
+// reference plug-ins; the detector is made to report results where a test needs them.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
+#include "detector-api/CBasebandWMDetection.h"
+#include "detector-api/LSNDetection.h"
 #include "framework/CompletedEvent.h"
 #include "framework/DroppedFrameEvent.h"
 #include "framework/FormatChangedEvent.h"
@@ -15,6 +18,8 @@
 #include "framework/ProgressEvent.h"
 #include "framework/SignalLostEvent.h"
 #include "framework/SignalResumedEvent.h"
+#include "plugins/detector/DetectorSimulation.h"
+#include "plugins/watermark/testing/SyntheticScene.h"
 #include "tests/ChannelTestSupport.h"
 
 namespace QuillmarTesting {
@@ -23,20 +28,38 @@ namespace {
 namespace fs = std::filesystem;
 using Framework::ProcessorState;
 using Framework::QuillmarBasebandSDKChannel;
+using ChannelEntryPoints = ChannelTest;
 using ChannelLifecycleTest = ChannelTest;
 using ChannelEventsTest = ChannelTest;
+using ChannelDetectionTest = ChannelTest;
 
-TEST(ChannelEntryPoints, CreateAndDeleteAsAHostDoes) {
+// Without OnCreateChannel the base channel refuses to initialise; the channel ignores that, and
+// its Stop finds no embedder.
+TEST_F(ChannelEntryPoints, CreateAndDeleteAsAHostDoes) {
   Library().DeleteProcessor(nullptr);  // a no-op: nothing to check but that it returns
-  Framework::Testing::ScopedLogRecording log;
   Framework::ProcessorBase* processor = Library().CreateProcessor(Framework::PropertyBase());
   auto* channel = dynamic_cast<QuillmarBasebandSDKChannel*>(processor);
   ASSERT_NE(nullptr, channel);
   EXPECT_EQ("QuillmarBasebandSDKChannel", channel->GetName());
   EXPECT_NE("", Library().Version());
-  EXPECT_TRUE(log->Has(EventLevel::Info, Library().Version()));
+  EXPECT_EQ(1, LogCount(EventLevel::Info, Library().Version()));
   EXPECT_TRUE(channel->GetVwmDetectorOn());
   EXPECT_EQ(Framework::FormatInfo::kNoFormat, channel->GetFormatInfo().GetVideoFormat());
+  channel->SetConfigFile(WriteConfiguration(configPath_, configuration_));
+  channel->SetAllCIDsInProgram({101, 102, 103});
+  channel->SetAllEmbedderCIDsInConfig({101, 102, 103});
+  channel->SetEmbeddingDuration(10);
+  EXPECT_TRUE(channel->InitProcessor());
+  EXPECT_TRUE(InOrder(log_->Lines(),
+                      {{EventLevel::Info, "Allocating timeslot from the shared database " +
+                                              databasePath_ + ", requested 10 seconds"},
+                       {EventLevel::Info,
+                        "QuillmarBasebandSDKChannel::AllocateEmbeddingTimeslot allocated EID 101 "
+                        "for 74 seconds."}}));
+  channel->Stop();
+  EXPECT_EQ(1, LogCount(EventLevel::Error,
+                        "QuillmarBasebandSDKChannel::FinalizeEmbedding cannot find embedder. "
+                        "Aborted!"));
   EXPECT_EQ(QuillmarBasebandEmbedder::ErrorNone, channel->GetLastError());
   channel->OnCreateChannel(3);
   EXPECT_EQ(1u, channel->GetMaxNrChannels());
@@ -53,7 +76,6 @@ TEST_F(ChannelLifecycleTest, WithoutTheEmbedderPluginStartFailsAndTheDetectorWas
     GTEST_SKIP() << "the plug-ins were loaded by an earlier test of this process";
   }
   const fs::path none = folder_.File("none"), detectorOnly = folder_.File("detector");
-  fs::create_directories(none);
   fs::create_directories(detectorOnly);
   const std::string file = "lib" + detectorClass + ".so";
   fs::create_symlink(fs::path(Library().Path()).parent_path() / file, detectorOnly / file);
@@ -80,18 +102,17 @@ TEST_F(ChannelLifecycleTest, WithoutTheEmbedderPluginStartFailsAndTheDetectorWas
 // de-initialises both processors.
 TEST_F(ChannelLifecycleTest, InitAndStartFailuresAndTheProgramsQuality) {
   configuration_.programs = {{"Demo", {101}, {}, 2.5}, {"Demo", {102}, {}, 6.0}};
-  {
-    SCOPED_TRACE("the configuration file is missing");
-    TestChannel missing;
-    Configure(missing, 10);
-    missing->SetConfigFile(folder_.File("missing.json"));
-    EXPECT_FALSE(missing->InitProcessor());
-    EXPECT_EQ(Strings{"Config file not found or invalid."}, listener_.Texts(Kind::Error));
-    EXPECT_EQ(1, LogCount(EventLevel::Error,
-                          "QuillmarBasebandSDKChannel::Init; parsing configuration failed!"));
-    EXPECT_EQ(QuillmarBasebandEmbedder::ErrorNone, missing->GetLastError());
-    EXPECT_FALSE(fs::exists(databasePath_));
-  }
+  // The configuration file is missing: no database is touched, and no error code is set.
+  TestChannel missing;
+  Configure(missing, 10);
+  missing->SetConfigFile(folder_.File("missing.json"));
+  EXPECT_FALSE(missing->InitProcessor());
+  EXPECT_EQ(Strings{"Config file not found or invalid."}, listener_.Texts(Kind::kError));
+  EXPECT_EQ(1, LogCount(EventLevel::Error,
+                        "QuillmarBasebandSDKChannel::Init; parsing configuration failed!"));
+  EXPECT_EQ(QuillmarBasebandEmbedder::ErrorNone, missing->GetLastError());
+  EXPECT_FALSE(fs::exists(databasePath_));
+
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
   EXPECT_EQ(6.0, channel.Embedder().GetGlobalDepth());
@@ -102,66 +123,37 @@ TEST_F(ChannelLifecycleTest, InitAndStartFailuresAndTheProgramsQuality) {
        {EventLevel::Info, "Successfully parsed configuration file, CRC " + ChecksumOf(configPath_)},
        {EventLevel::Info, "Selected GD 6, MLD 4, FlatRegion 0"}}));
   ASSERT_TRUE(channel->StopProcessor());
-  ASSERT_EQ(ProcessorState::Initialized, channel.Detector().GetState());
-  ASSERT_EQ(ProcessorState::Initialized, channel.Embedder().GetState());
-  {
-    SCOPED_TRACE("no video format");
-    channel->SetFormatInfo(Framework::VideoFormatInfo());
-    ASSERT_TRUE(channel->InitProcessor());
-    EXPECT_FALSE(channel->StartProcessor());
-    EXPECT_EQ(1, LogCount(EventLevel::Warning,
-                          "Incorrect video format. Cannot initialize media (no format)"));
-    EXPECT_EQ(ProcessorState::Created, channel.Detector().GetState());
-    EXPECT_EQ(ProcessorState::Created, channel.Embedder().GetState());
-    EXPECT_EQ(QuillmarBasebandEmbedder::ErrorNone, channel->GetLastError());
-  }
-  {
-    SCOPED_TRACE("the program is not in the configuration");
-    channel->SetFormatInfo(SmallFormat());
-    channel->SetProgramName("Late Show");
-    ASSERT_TRUE(channel->InitProcessor());
-    EXPECT_FALSE(channel->StartProcessor());
-    const std::string text = "Selected program Late Show not found in the config file";
-    EXPECT_EQ(1, LogCount(EventLevel::Info, "Selected program Late Show; parsing configuration"));
-    EXPECT_EQ(text, listener_.Texts(Kind::Error).back());
-    EXPECT_EQ(QuillmarBasebandEmbedder::ErrorConfiguration, channel->GetLastError());
-    EXPECT_EQ(text, channel->GetLastErrorText());
-    EXPECT_EQ(ProcessorState::Created, channel.Embedder().GetState());
-  }
-  {
-    SCOPED_TRACE("the configuration no longer parses at Start");
-    channel->SetProgramName("Demo");
-    ASSERT_TRUE(channel->InitProcessor());
-    // Edited without signing it again: the checksum no longer matches.
-    std::stringstream text;
-    text << std::ifstream(configPath_).rdbuf();
-    std::string edited = text.str();
-    edited.replace(edited.find("Test Playout"), 4, "Best");
-    std::ofstream(configPath_, std::ios::trunc) << edited;
-    EXPECT_FALSE(channel->StartProcessor());
-    EXPECT_EQ("Error parsing configuration file.", listener_.Texts(Kind::Error).back());
-    EXPECT_EQ(QuillmarBasebandEmbedder::ErrorConfiguration, channel->GetLastError());
-    EXPECT_EQ("Error parsing configuration file.", channel->GetLastErrorText());
-  }
-}
 
-TEST_F(ChannelLifecycleTest, WithoutOnCreateChannelInitStillReservesAndStopFindsNoEmbedder) {
-  Framework::ProcessorBase* processor = Library().CreateProcessor(Framework::PropertyBase());
-  auto& channel = dynamic_cast<QuillmarBasebandSDKChannel&>(*processor);
-  channel.SetConfigFile(WriteConfiguration(configPath_, configuration_));
-  channel.SetAllCIDsInProgram({101, 102, 103});
-  channel.SetAllEmbedderCIDsInConfig({101, 102, 103});
-  channel.SetEmbeddingDuration(10);
-  // The base channel refuses to initialise without OnCreateChannel; the channel ignores that.
-  EXPECT_TRUE(channel.InitProcessor());
-  EXPECT_EQ(1, LogCount(EventLevel::Info,
-                        "QuillmarBasebandSDKChannel::AllocateEmbeddingTimeslot allocated EID 101 "
-                        "for 74 seconds."));
-  channel.Stop();
-  EXPECT_EQ(1, LogCount(EventLevel::Error,
-                        "QuillmarBasebandSDKChannel::FinalizeEmbedding cannot find embedder. "
-                        "Aborted!"));
-  Library().DeleteProcessor(processor);
+  // No video format.
+  channel->SetFormatInfo(Framework::VideoFormatInfo());
+  ASSERT_TRUE(channel->InitProcessor());
+  EXPECT_FALSE(channel->StartProcessor());
+  EXPECT_EQ(1, LogCount(EventLevel::Warning,
+                        "Incorrect video format. Cannot initialize media (no format)"));
+  EXPECT_EQ(ProcessorState::Created, channel.Detector().GetState());
+  EXPECT_EQ(ProcessorState::Created, channel.Embedder().GetState());
+  EXPECT_EQ(QuillmarBasebandEmbedder::ErrorNone, channel->GetLastError());
+
+  // The program is not in the configuration.
+  channel->SetFormatInfo(SmallFormat());
+  channel->SetProgramName("Late Show");
+  ASSERT_TRUE(channel->InitProcessor());
+  EXPECT_FALSE(channel->StartProcessor());
+  const std::string lateShow = "Selected program Late Show not found in the config file";
+  EXPECT_EQ(1, LogCount(EventLevel::Info, "Selected program Late Show; parsing configuration"));
+  EXPECT_EQ(lateShow, listener_.Texts(Kind::kError).back());
+  EXPECT_EQ(QuillmarBasebandEmbedder::ErrorConfiguration, channel->GetLastError());
+  EXPECT_EQ(lateShow, channel->GetLastErrorText());
+  EXPECT_EQ(ProcessorState::Created, channel.Embedder().GetState());
+
+  // The configuration no longer parses at Start.
+  channel->SetProgramName("Demo");
+  ASSERT_TRUE(channel->InitProcessor());
+  std::ofstream(configPath_, std::ios::trunc) << "{}";
+  EXPECT_FALSE(channel->StartProcessor());
+  EXPECT_EQ("Error parsing configuration file.", listener_.Texts(Kind::kError).back());
+  EXPECT_EQ(QuillmarBasebandEmbedder::ErrorConfiguration, channel->GetLastError());
+  EXPECT_EQ("Error parsing configuration file.", channel->GetLastErrorText());
 }
 
 // Every run is made on one channel: Init may run again after Stop. A run of requested length
@@ -185,45 +177,46 @@ TEST_F(ChannelLifecycleTest, EachRunReservesItsSlotAndLogsItsTotalsAgainstTheReq
       {10, 0.5, 3, 5, 74, kInLine},
       {10, 0.0, 3, 0, 74, kInLine},
   };
-  TestChannel channel;
-  for (const auto& c : cases) {
-    const std::string totals =
-        Format("Processed %d frames at %f fps, total %d seconds (out of %d seconds reserved)",
-               c.frames, c.framesPerSecond, c.seconds, c.reserved);
-    SCOPED_TRACE(totals);
-    Framework::Testing::ScopedLogRecording log;
-    ASSERT_NO_FATAL_FAILURE(StartRun(channel, c.duration, c.framesPerSecond));
-    const GrantedSlot slot = channel.Slot();
-    EXPECT_EQ(c.reserved, slot.seconds);
-    EXPECT_TRUE(log->Has(EventLevel::Info, Format("Allocating timeslot from the shared database "
-                                                  "%1%, requested %2% seconds",
-                                                  databasePath_, c.duration)));
-    EXPECT_TRUE(log->Has(EventLevel::Info, Format("QuillmarBasebandSDKChannel::AllocateEmbedding"
-                                                  "Timeslot allocated EID %d for %d seconds.",
-                                                  slot.cid, c.reserved)));
-    const CID_Timestamp_Lock_Record row = RowOf(databasePath_, slot.cid);
-    EXPECT_DOUBLE_EQ(c.reserved, SecondsBetween(slot.start, row.Timestamp));
-    EXPECT_EQ(c.duration == 0, IsLocked(row));
-    if (c.duration == 0) {
-      EXPECT_NEAR(7200.0, SecondsBetween(Now(), row.LockedTill), 5.0);
-    }
+  GrantedSlot slot;
+  {
+    TestChannel channel;
+    for (const auto& c : cases) {
+      const std::string totals =
+          Format("Processed %d frames at %f fps, total %d seconds (out of %d seconds reserved)",
+                 c.frames, c.framesPerSecond, c.seconds, c.reserved);
+      SCOPED_TRACE(totals);
+      Framework::Testing::ScopedLogRecording log;
+      ASSERT_NO_FATAL_FAILURE(StartRun(channel, c.duration, c.framesPerSecond));
+      slot = channel.Slot();
+      const CID_Timestamp_Lock_Record row = RowOf(databasePath_, slot.cid);
+      EXPECT_DOUBLE_EQ(c.reserved, SecondsBetween(slot.start, row.Timestamp));
+      EXPECT_EQ(c.duration == 0, IsLocked(row));
+      if (c.duration == 0) {
+        EXPECT_NEAR(7200.0, SecondsBetween(Now(), row.LockedTill), 5.0);
+      }
 
-    EXPECT_TRUE(channel->DeliverFrame(nullptr));  // taken, and not counted
-    ASSERT_EQ(c.frames, channel.Feed(c.frames));
-    ASSERT_TRUE(channel->StopProcessor());
-    EXPECT_FALSE(channel.FeedOne());
-    EXPECT_TRUE(log->Has(EventLevel::Info, totals));
-    int verdicts = 0;
-    for (const auto& line : log->Lines()) verdicts += line.text.rfind("Aforementioned", 0) == 0;
-    EXPECT_EQ(c.verdict != kNone ? 1 : 0, verdicts);
-    if (c.verdict != kNone) {
-      EXPECT_TRUE(log->Has(
-          c.verdict == kLonger ? EventLevel::Warning : EventLevel::Info,
-          Format("Aforementioned actual duration %1% requested %2% seconds",
-                 c.verdict == kLonger ? "was longer than" : "is in line with", c.duration)));
+      EXPECT_TRUE(channel->DeliverFrame(nullptr));  // taken, and not counted
+      ASSERT_EQ(c.frames, channel.Feed(c.frames));
+      ASSERT_TRUE(channel->StopProcessor());
+      EXPECT_TRUE(log->Has(EventLevel::Info, totals));
+      int verdicts = 0;
+      for (const auto& line : log->Lines()) verdicts += line.text.rfind("Aforementioned", 0) == 0;
+      EXPECT_EQ(c.verdict != kNone ? 1 : 0, verdicts);
+      if (c.verdict != kNone) {
+        EXPECT_TRUE(log->Has(
+            c.verdict == kLonger ? EventLevel::Warning : EventLevel::Info,
+            Format("Aforementioned actual duration %1% requested %2% seconds",
+                   c.verdict == kLonger ? "was longer than" : "is in line with", c.duration)));
+      }
     }
+    ASSERT_NO_FATAL_FAILURE(StartRun(channel, 0));
+    slot = channel.Slot();
   }
-  EXPECT_EQ(Strings{}, listener_.Texts(Kind::Error));
+  // Deleting a started channel gives its slot's lease back and keeps the whole slot.
+  const CID_Timestamp_Lock_Record row = RowOf(databasePath_, slot.cid);
+  EXPECT_FALSE(IsLocked(row));
+  EXPECT_DOUBLE_EQ(1800.0, SecondsBetween(slot.start, row.Timestamp));
+  EXPECT_EQ(Strings{}, listener_.Texts(Kind::kError));
 }
 
 // A licence found invalid before there is a listener is told to the next listener set; it stays
@@ -242,15 +235,15 @@ TEST_F(ChannelLifecycleTest, LicenceMessagesWaitForAListenerOnlyWhenInvalidated)
   channel->SetProgramName("Demo");  // another property leaves the queue alone
   channel->SetListener(&listener_);
   channel->SetListener(&listener_);
-  EXPECT_EQ(Strings{invalid}, listener_.Texts(Kind::Error));
+  EXPECT_EQ(Strings{invalid}, listener_.Texts(Kind::kError));
 
   SCOPED_TRACE("a null listener makes messages wait again");
   channel->SetListener(nullptr);
   channel->CheckLicense();
   RecordingListener later;
   channel->SetListener(&later);
-  EXPECT_EQ(Strings{invalid}, later.Texts(Kind::Error));
-  EXPECT_EQ(1u, listener_.Texts(Kind::Error).size());
+  EXPECT_EQ(Strings{invalid}, later.Texts(Kind::kError));
+  EXPECT_EQ(1u, listener_.Texts(Kind::kError).size());
 
   SCOPED_TRACE("a warning goes only to a listener that is set");
   licenser.SetProperty("Valid", true);
@@ -258,16 +251,16 @@ TEST_F(ChannelLifecycleTest, LicenceMessagesWaitForAListenerOnlyWhenInvalidated)
   channel->SetListener(nullptr);
   channel->CheckLicense();
   channel->SetListener(&later);
-  EXPECT_EQ(Strings{}, later.Texts(Kind::Warning));
+  EXPECT_EQ(Strings{}, later.Texts(Kind::kWarning));
   channel->CheckLicense();
-  EXPECT_EQ(Strings{"License will expire within 30 days."}, later.Texts(Kind::Warning));
+  EXPECT_EQ(Strings{"License will expire within 30 days."}, later.Texts(Kind::kWarning));
 
   SCOPED_TRACE("the configuration names no shared database");
   EXPECT_FALSE(channel->InitProcessor());
   EXPECT_EQ((Strings{invalid,
                      "Shared database not found in the Config file. Contact Veltrane "
                      "support for an updated CFG file."}),
-            later.Texts(Kind::Error));
+            later.Texts(Kind::kError));
   EXPECT_EQ(1, LogCount(EventLevel::Error,
                         "QuillmarBasebandSDKChannel::Init: Shared database not found in the "
                         "Config file!"));
@@ -275,7 +268,7 @@ TEST_F(ChannelLifecycleTest, LicenceMessagesWaitForAListenerOnlyWhenInvalidated)
   EXPECT_EQ(invalid, channel->GetLastErrorText());
   EXPECT_FALSE(fs::exists(databasePath_));
   // The configuration was read, so a record can be asked for, but there is no slot to finalise.
-  channel.Embedder().SetProperty("EncodationLogFile", folder_.File("encodation.jsonl"));
+  channel.Embedder().SetProperty("EncodationLogFile", encodationLog_);
   channel->WriteEncodationLog("host", "input", "third", {});
   EXPECT_EQ(1, LogCount(EventLevel::Error, "m_SharedDatabaseHandler is NULL"));
 }
@@ -335,7 +328,6 @@ TEST_F(ChannelEventsTest, HostEventsAreRelayedOrPrintedAndAFormatChangeOrNoMemor
     EXPECT_TRUE(channel.FeedOne());  // taken by the host's delivery; embedded only when running
     EXPECT_EQ(!c.stops, channel.FeedOne());
     EXPECT_EQ(c.stops ? 3u : 5u, channel.Embedder().GetEmbeddedDurationInSeconds());
-    EXPECT_EQ(c.stops ? ProcessorState::Stopped : ProcessorState::Started, channel->GetState());
     EXPECT_EQ(QuillmarBasebandEmbedder::ErrorNone, channel->GetLastError());
     ASSERT_EQ(c.relayed != nullptr ? 1u : 0u, heard.size());
     if (c.relayed != nullptr) {
@@ -353,6 +345,112 @@ TEST_F(ChannelEventsTest, HostEventsAreRelayedOrPrintedAndAFormatChangeOrNoMemor
     EXPECT_EQ("", ::testing::internal::GetCapturedStdout());
     EXPECT_EQ(c.relayed != nullptr ? 1u : 0u, heard.size());
   }
+}
+
+constexpr char kFound[] = "Prior watermark found - embedding pending.";
+constexpr char kResumed[] = "Prior watermark no longer present - embedding resumed.";
+
+LSNDetection Detection(std::uint64_t cid, std::int64_t timestamp) {
+  LSNDetection detection;
+  detection.cid = cid;
+  detection.timestamp = timestamp;
+  detection.quality = 0.75;
+  detection.cidName = "Evening News";
+  detection.mediaDetectionTimestamp = 1.5;
+  return detection;
+}
+
+// Time stamps are the low 32 bits of the detector's count, signed seconds since 2000.
+TEST_F(ChannelDetectionTest, DetectionsAreScreenedByTheClientsCidsAndStampedWithFourteenDigits) {
+  static const struct {
+    const char* what;
+    std::uint64_t cid;
+    std::int64_t seconds;
+    const char* timestamp;  // null: screened
+    bool displayAll, listening;
+  } cases[] = {
+      {"a CID of the client's program", 101, 86400 * 366 + 3661, "20010101010101", false, true},
+      {"a CID the detector displays", 555, 86399, "20000101235959", false, true},
+      {"a foreign CID", 999, 0, nullptr, false, true},
+      {"a foreign CID when every watermark is displayed", 999, -1, "19991231235959", true, true},
+      {"a CID whose low 32 bits are the client's", (std::uint64_t{1} << 32) + 101, 0xFFFFFFFF,
+       "19991231235959", false, true},
+      {"a CID of the client's, with no listener", 101, 0, "20000101000000", false, false},
+      {"a foreign CID, with no listener", 999, 0, nullptr, false, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    configuration_.displayAllWatermarks = c.displayAll;
+    configuration_.displayEids = {555};
+    Framework::Testing::ScopedLogRecording log;
+    RecordingListener listener;
+    TestChannel channel;
+    ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
+    channel->SetListener(c.listening ? &listener : nullptr);
+    channel.Detector().SetProperty(DetectorSimulation::kDetection, Detection(c.cid, c.seconds));
+    ASSERT_TRUE(channel.FeedOne());
+
+    const std::string detection =
+        c.timestamp != nullptr ? "found Evening News at " + std::string(c.timestamp) + " Q 0.75"
+                               : "found SCREENED at SCREENED Q 0";
+    EXPECT_EQ(c.listening ? Strings{detection} : Strings{}, listener.Texts(Kind::kDetection));
+    // The embedder hears of every decoded watermark, screened or not, before the listener.
+    const std::string reported =
+        "LumensealBasebandEmbedderPlugin::ReportPriorWatermark; CID " + std::to_string(c.cid) +
+        ", timestamp " + std::to_string(static_cast<std::uint64_t>(c.seconds)) + ", at 1.5 seconds";
+    const std::string notice =
+        c.timestamp ? "User notified: Payload detected, CID Evening News, Timestamp " +
+                          std::string(c.timestamp) + ", Q 0.75"
+                    : "User notified: Payload detected, but CID does not belong to the client "
+                      "- screened.";
+    EXPECT_TRUE(InOrder(log->Lines(), {{EventLevel::Info, reported}, {EventLevel::Info, notice}}));
+  }
+}
+
+TEST_F(ChannelDetectionTest, APriorWatermarkPausesEmbeddingFromTheFrameItAppearsOn) {
+  TestChannel channel;
+  ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
+  Framework::Frame& frame = channel.CurrentFrame();
+  // Whether the next frame, a textured picture, leaves the channel marked.
+  const auto marksNextFrame = [&](std::int32_t presence) {
+    Lumenseal::Testing::PaintScene(frame, 0);
+    const Framework::Frame painted = frame;
+    channel.Detector().SetProperty(DetectorSimulation::kPresence,
+                                   CBasebandWMDetection{presence, 0.0});
+    EXPECT_TRUE(channel.FeedOne());
+    const int lumaBytes = frame.GetPitch(0) * frame.GetFormat().GetHeight();
+    return std::memcmp(painted.GetPlane(0), frame.GetPlane(0), lumaBytes) != 0;
+  };
+  EXPECT_TRUE(marksNextFrame(CBasebandWMDetection::kAbsent));
+  // The detector sees each frame before the embedder: the frame it appears on is not marked.
+  EXPECT_FALSE(marksNextFrame(CBasebandWMDetection::kPresent));
+  EXPECT_FALSE(marksNextFrame(CBasebandWMDetection::kPresent));
+  EXPECT_EQ(Strings{kFound}, listener_.Texts(Kind::kWarning));
+  EXPECT_EQ(Strings{}, listener_.Texts(Kind::kInfo));
+
+  // Frames 4 to 26 pass without a watermark; the 26th one's progress line (25 counted) says so.
+  ASSERT_EQ(23, channel.Feed(23));
+  EXPECT_EQ(1, LogCount(EventLevel::Warning, "Bypassing frame 25, app. 1 seconds done"));
+
+  EXPECT_TRUE(marksNextFrame(CBasebandWMDetection::kAbsent));
+  EXPECT_TRUE(marksNextFrame(7));  // any state but present
+  EXPECT_EQ(Strings{kFound}, listener_.Texts(Kind::kWarning));
+  EXPECT_EQ(Strings{kResumed}, listener_.Texts(Kind::kInfo));
+  EXPECT_EQ(1, LogCount(EventLevel::Warning, std::string("User notified: ") + kFound));
+  EXPECT_EQ(1, LogCount(EventLevel::Info, std::string("User notified: ") + kResumed));
+  ASSERT_EQ(23, channel.Feed(23));
+  EXPECT_EQ(1, LogCount(EventLevel::Info, "Embedding frame 50, app. 2 seconds done"));
+
+  SCOPED_TRACE("without a listener the transitions are only logged");
+  channel->SetListener(nullptr);
+  EXPECT_FALSE(marksNextFrame(CBasebandWMDetection::kPresent));
+  EXPECT_EQ(2, LogCount(EventLevel::Warning, std::string("User notified: ") + kFound));
+  EXPECT_EQ(1u, listener_.Texts(Kind::kWarning).size());
+
+  SCOPED_TRACE("with the detector off, a prior watermark can no longer go");
+  channel->SetVwmDetectorOn(false);
+  EXPECT_FALSE(marksNextFrame(CBasebandWMDetection::kAbsent));
+  EXPECT_EQ(Strings{kResumed}, listener_.Texts(Kind::kInfo));
 }
 
 }  // namespace

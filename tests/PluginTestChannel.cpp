@@ -35,12 +35,4 @@ void PluginTestChannel::CreateChannel(std::uint64_t channelIndex) {
   CreateProcessor("LumensealBasebandEmbedderPlugin", "LumensealEmbedder", embedder, false);
 }
 
-LumensealBasebandEmbedderPlugin* PluginTestChannel::Embedder() const {
-  return dynamic_cast<LumensealBasebandEmbedderPlugin*>(GetAlgorithm("LumensealEmbedder"));
-}
-
-LumensealBasebandDetectorPlugin* PluginTestChannel::Detector() const {
-  return dynamic_cast<LumensealBasebandDetectorPlugin*>(GetAlgorithm("LumensealDetector"));
-}
-
 }  // namespace QuillmarTesting

@@ -24,8 +24,14 @@ class PluginTestChannel : public Framework::ChannelBaseLicensed {
   PluginTestChannel();
 
   // The children by instance name; null when absent.
-  Framework::LumensealBasebandEmbedderPlugin* Embedder() const;
-  Framework::LumensealBasebandDetectorPlugin* Detector() const;
+  Framework::LumensealBasebandEmbedderPlugin* Embedder() const {
+    return dynamic_cast<Framework::LumensealBasebandEmbedderPlugin*>(
+        GetAlgorithm("LumensealEmbedder"));
+  }
+  Framework::LumensealBasebandDetectorPlugin* Detector() const {
+    return dynamic_cast<Framework::LumensealBasebandDetectorPlugin*>(
+        GetAlgorithm("LumensealDetector"));
+  }
 
  protected:
   void CreateChannel(std::uint64_t channelIndex) override;
