@@ -30,6 +30,7 @@ using Framework::ProcessorState;
 using Framework::QuillmarBasebandSDKChannel;
 using ChannelEntryPoints = ChannelTest;
 using ChannelLifecycleTest = ChannelTest;
+using ChannelListenerTest = ChannelTest;
 using ChannelEventsTest = ChannelTest;
 using ChannelDetectionTest = ChannelTest;
 
@@ -221,7 +222,7 @@ TEST_F(ChannelLifecycleTest, EachRunReservesItsSlotAndLogsItsTotalsAgainstTheReq
 
 // A licence found invalid before there is a listener is told to the next listener set; it stays
 // the last error through an Init that fails, which has the configuration read but no database.
-TEST_F(ChannelLifecycleTest, LicenceMessagesWaitForAListenerOnlyWhenInvalidated) {
+TEST_F(ChannelListenerTest, LicenceMessagesWaitForAListenerOnlyWhenInvalidated) {
   const std::string invalid = "The licence of QuillmarBasebandSDK 1.0 is not valid.";
   TestChannel channel;
   configuration_.sharedDatabase.clear();
