@@ -1,63 +1,63 @@
-// A host of one channel for tests and benchmarks, playing the channel the way a host plays it:
-// the channel library loaded with dlopen and looked up by its entry points, a listener that
-// records every report, signed configuration files, and a hook on the log lines.
-//
-// One TestChannel is driven by one thread at a time, except where a test hands frames to another
-// thread on purpose; the listener and the log hook may be called from any thread.
+// The host side of the channel's tests and benchmark: the channel library loaded with dlopen and
+// driven through its entry points, a listener that records every report, and signed
+// configuration files. One thread drives a TestChannel at a time unless a test hands frames to
+// another on purpose; the listener may be called from any thread.
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <functional>
-#include <list>
-#include <memory>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "channel/QuillmarBasebandEmbedderListener.h"
 #include "channel/QuillmarBasebandSDKChannel.h"
 #include "events/LumensealBasebandEmbedderPlugin.h"
 #include "framework/Frame.h"
-#include "framework/LogSink.h"
-#include "framework/platform/SystemTime.h"
+#include "tools/ChannelLibrary.h"
 
 namespace QuillmarTesting {
 
-// One call the channel made on its listener.
-struct ListenerReport {
-  enum class Kind { EmbeddingReport, Error, Warning, Info, Detection };
-  Kind kind;
-  std::string text;       // the message; the payload text of a detection
-  std::string timestamp;  // the time-stamp text of a detection
-  double value = 0.0;     // the energy of a report, the quality of a detection
-  bool flag = false;      // "embedding" of a report, "detected" of a detection
-};
-
-// A host listener that keeps every report, in the order they came.
+// A host listener that keeps the text of every report by kind, in order. An energy report reads
+// "<energy> embedding" (or "bypassing"), a detection "found <payload> at <timestamp> Q <quality>".
 class RecordingListener : public Framework::QuillmarBasebandEmbedderListener {
  public:
-  void OnEmbeddingReport(float averageEnergy, bool embedding) override;
-  void OnError(const char* message) override;
-  void OnWarning(const char* message) override;
-  void OnInfo(const char* message) override;
-  void OnDetection(bool detected, const char* payload, const char* timestamp,
-                   double quality) override;
+  enum Kind { kEnergy, kError, kWarning, kInfo, kDetection, kKinds };
 
-  std::vector<ListenerReport> Reports() const;
-  // The texts of the reports of `kind`, in order.
-  std::vector<std::string> Texts(ListenerReport::Kind kind) const;
-  // The reports of `kind`, in order.
-  std::vector<ListenerReport> Of(ListenerReport::Kind kind) const;
+  void OnEmbeddingReport(float energy, bool embedding) override {
+    Add(kEnergy, Number(energy) + (embedding ? " embedding" : " bypassing"));
+  }
+  void OnError(const char* message) override { Add(kError, message); }
+  void OnWarning(const char* message) override { Add(kWarning, message); }
+  void OnInfo(const char* message) override { Add(kInfo, message); }
+  void OnDetection(bool detected, const char* payload, const char* timestamp,
+                   double quality) override {
+    Add(kDetection, std::string(detected ? "found " : "lost ") + payload + " at " + timestamp +
+                        " Q " + Number(quality));
+  }
+
+  std::vector<std::string> Texts(Kind kind) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return texts_[kind];
+  }
 
  private:
-  void Add(ListenerReport report);
+  static std::string Number(double value) {
+    std::ostringstream text;
+    text << value;
+    return text.str();
+  }
+  void Add(Kind kind, std::string text) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    texts_[kind].push_back(std::move(text));
+  }
 
   mutable std::mutex mutex_;
-  std::vector<ListenerReport> reports_;  // Guarded by mutex_
+  std::array<std::vector<std::string>, kKinds> texts_;  // Guarded by mutex_
 };
 
-// A program of a test configuration. Without metadata fields it gets a content type, which
+// A program of a test configuration; without metadata fields it gets a content type, which
 // brings the built-in metadata table.
 struct TestProgram {
   std::string name;
@@ -71,17 +71,18 @@ struct TestConfiguration {
   std::string sharedDatabase;  // empty: the configuration names no shared database
   bool displayAllWatermarks = false;
   std::vector<unsigned> displayEids;
-
-  // The EIDs of the program named `program`, and of every program.
-  std::vector<unsigned> ProgramCids(const std::string& program) const;
-  std::list<unsigned> AllCids() const;
 };
 
 // Writes `configuration`, signed, to `path` and returns `path`.
 std::string WriteConfiguration(const std::string& path, const TestConfiguration& configuration);
 
 // A small picture at `framesPerSecond`, so that frames cost little.
-Framework::VideoFormatInfo SmallFormat(double framesPerSecond = 25.0);
+inline Framework::VideoFormatInfo SmallFormat(double framesPerSecond = 25.0) {
+  return Framework::VideoFormatInfo(Framework::PixelLayout::Yuv420P8, 64, 36, framesPerSecond);
+}
+
+// The channel library, loaded once for the process and never unloaded, as a host keeps it.
+const Quillmar::Tools::ChannelLibrary& Library();
 
 // What the embedder was handed at Start: CID, slot start and slot length.
 struct GrantedSlot {
@@ -95,61 +96,51 @@ struct GrantedSlot {
 class TestChannel {
  public:
   TestChannel();
-  ~TestChannel();
+  ~TestChannel() { Library().DeleteProcessor(channel_); }
   TestChannel(const TestChannel&) = delete;
   TestChannel& operator=(const TestChannel&) = delete;
 
   Framework::QuillmarBasebandSDKChannel* operator->() const { return channel_; }
-  Framework::QuillmarBasebandSDKChannel& operator*() const { return *channel_; }
 
   // Sets what a host sets before Init: configuration file, program, requested seconds, the
-  // program's and the configuration's CIDs, frame rate and format (SmallFormat), listener.
+  // program's CIDs and every CID of the configuration, frame rate, SmallFormat, listener.
   void Configure(const std::string& configFile, const TestConfiguration& configuration,
                  const std::string& program, std::uint32_t durationSeconds,
                  const Framework::QuillmarBasebandEmbedderListener* listener,
                  double framesPerSecond = 25.0);
+  // Gives the channel and the frames it is handed `format`.
+  void SetFormat(const Framework::VideoFormatInfo& format) {
+    channel_->SetFormatInfo(format);
+    frame_ = Framework::Frame(format);
+  }
 
-  // Gives the channel and the frames it is handed `format` (Configure gives SmallFormat).
-  void SetFormat(const Framework::VideoFormatInfo& format);
-
-  // Hands up to `count` frames to the channel as the host does; the number it took.
-  int Feed(int count);
+  // The frame FeedOne hands over again and again; the channel marks it in place.
+  Framework::Frame& CurrentFrame() { return frame_; }
   // One frame through the host's delivery; false when the channel did not take it.
   bool FeedOne() { return channel_->DeliverFrame(&frame_); }
+  // Up to `count` frames; the number the channel took.
+  int Feed(int count) {
+    int taken = 0;
+    while (taken < count && FeedOne()) ++taken;
+    return taken;
+  }
 
-  Framework::LumensealBasebandEmbedderPlugin& Embedder() const;
-  Framework::AlgorithmBase& Detector() const;
-  GrantedSlot Slot() const;
+  // The children, which must exist, and what the embedder was handed at Start.
+  Framework::LumensealBasebandEmbedderPlugin& Embedder() const {
+    return dynamic_cast<Framework::LumensealBasebandEmbedderPlugin&>(
+        *channel_->GetAlgorithm(channel_->kEmbedderInstance));
+  }
+  Framework::AlgorithmBase& Detector() const {
+    return *channel_->GetAlgorithm(channel_->kDetectorInstance);
+  }
+  GrantedSlot Slot() const {
+    return {Embedder().GetSelectedCID(), Embedder().GetSelectedStartTime(),
+            Embedder().GetSelectedDurationInSeconds()};
+  }
 
  private:
-  Framework::ProcessorBase* processor_;
   Framework::QuillmarBasebandSDKChannel* channel_;
   Framework::Frame frame_;
 };
-
-// The library's entry points, looked up by name as a host looks them up.
-using CreateProcessorEntry = Framework::ProcessorBase* (*)(const Framework::PropertyBase&);
-using DeleteProcessorEntry = void (*)(Framework::ProcessorBase*);
-CreateProcessorEntry CreateProcessorFunction();
-DeleteProcessorEntry DeleteProcessorFunction();
-// What the library's GetProcessorVersion returns.
-std::string ProcessorVersion();
-
-// Calls `hook` with the level and text of every log line while it lives. The hook runs under the
-// Logger's lock, on the thread that logs: it must not log.
-class ScopedLogHook {
- public:
-  using Hook = std::function<void(Framework::EventLevel, const std::string&)>;
-  explicit ScopedLogHook(Hook hook);
-  ~ScopedLogHook();
-  ScopedLogHook(const ScopedLogHook&) = delete;
-  ScopedLogHook& operator=(const ScopedLogHook&) = delete;
-
- private:
-  std::shared_ptr<Framework::LogSink> sink_;
-};
-
-// Seconds from `from` to `to`, with milliseconds.
-double SecondsBetween(const SYSTEMTIME& from, const SYSTEMTIME& to);
 
 }  // namespace QuillmarTesting

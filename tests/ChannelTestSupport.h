@@ -1,53 +1,117 @@
-// The fixture of the channel's tests: a private folder with a configuration and a time-slot
-// file, a recording listener and a recording of the log; and readers of what a run left behind.
+// The fixture of the channel's tests, and readers of what a run left behind.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <boost/json/object.hpp>
+#include <algorithm>
+#include <boost/format.hpp>
+#include <boost/json.hpp>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
-#include "database/CID_Timestamp_Lock_Record.h"
 #include "database/DatabaseTestSupport.h"
+#include "database/TimeTicks.h"
 #include "framework/testing/RecordingLogSink.h"
 #include "tests/ChannelHost.h"
 
 namespace QuillmarTesting {
 
 using Strings = std::vector<std::string>;
+using Kind = RecordingListener::Kind;
+using Line = Framework::Testing::RecordingLogSink::Line;
+using Framework::EventLevel;
 
-// The last record of the encodation log at `path`; an empty object when there is none.
-boost::json::object LastEncodationRecord(const std::string& path);
+// `pattern`, a boost::format, filled in with `values`.
+template <typename... Values>
+std::string Format(const std::string& pattern, const Values&... values) {
+  return (boost::format(pattern) % ... % values).str();
+}
 
-// True when the row is held under a lease.
-bool IsLocked(const CID_Timestamp_Lock_Record& row);
+// The last record of the encodation log at `path`.
+inline boost::json::object LastEncodationRecord(const std::string& path) {
+  std::ifstream file(path);
+  std::string last;
+  for (std::string line; std::getline(file, line);) last = line;
+  return boost::json::parse(last).as_object();
+}
+
+// The checksum the signed configuration file at `path` carries.
+inline std::string ChecksumOf(const std::string& path) {
+  std::stringstream text;
+  text << std::ifstream(path).rdbuf();
+  return std::string(boost::json::parse(text.str()).at("Checksum").as_string());
+}
+
+// Whether `lines` holds `expected` in this order (other lines may come between).
+inline bool InOrder(const std::vector<Line>& lines, const std::vector<Line>& expected) {
+  auto next = expected.begin();
+  for (const Line& line : lines) {
+    if (next != expected.end() && line.level == next->level && line.text == next->text) ++next;
+  }
+  return next == expected.end();
+}
+
+inline SYSTEMTIME Now() {
+  SYSTEMTIME now;
+  Framework::GetCurrentUtcTime(&now);
+  return now;
+}
+
+// Seconds from `from` to `to`, with milliseconds.
+inline double SecondsBetween(const SYSTEMTIME& from, const SYSTEMTIME& to) {
+  using QuillmarBasebandSDK::TimeTicks;
+  const auto ticks =
+      static_cast<std::int64_t>(TimeTicks::FromSystemTime(to) - TimeTicks::FromSystemTime(from));
+  return static_cast<double>(ticks) / TimeTicks::kTicksPerSecond;
+}
+
+inline bool IsLocked(const CID_Timestamp_Lock_Record& row) {
+  return QuillmarBasebandSDK::TimeTicks::FromSystemTime(row.LockedTill) != 0;
+}
 
 // The row of `cid` in the time-slot file at `path`; fails the test when there is none.
-CID_Timestamp_Lock_Record RowOf(const std::string& path, unsigned cid);
+inline CID_Timestamp_Lock_Record RowOf(const std::string& path, unsigned cid) {
+  for (const CID_Timestamp_Lock_Record& row : QuillmarBasebandSDK::Testing::ReadSlots(path)) {
+    if (row.CID == cid) return row;
+  }
+  ADD_FAILURE() << "no row for CID " << cid << " in " << path;
+  return {};
+}
 
-// A test with a private folder holding the configuration ("channel.json", program "Demo" with
-// EIDs 101, 102, 103) and its time-slot file ("slots.db"), a recording listener and a
-// recording of the log lines.
+// A private folder holding the configuration ("channel.json", program "Demo" with EIDs 101, 102,
+// 103), its time-slot file ("slots.db") and the encodation log, a recording listener and a
+// recording of the log.
 class ChannelTest : public ::testing::Test {
  protected:
-  ChannelTest();
+  ChannelTest() { configuration_.sharedDatabase = databasePath_; }
 
-  // Writes configuration_ and returns its path.
-  std::string WriteConfig();
   // Configures `channel` for configuration_ (written afresh) with program "Demo" and listener_.
-  void Configure(TestChannel& channel, std::uint32_t durationSeconds,
-                 double framesPerSecond = 25.0);
-  // Configures, initialises and starts `channel`; fails the test when a step fails.
-  void StartRun(TestChannel& channel, std::uint32_t durationSeconds, double framesPerSecond = 25.0);
-
-  // The log lines recorded so far at `level`, and how often `text` was logged at `level`.
-  std::vector<std::string> LogLines(Framework::EventLevel level) const;
-  int LogCount(Framework::EventLevel level, const std::string& text) const;
+  void Configure(TestChannel& channel, std::uint32_t seconds, double framesPerSecond = 25.0) {
+    channel.Configure(WriteConfiguration(configPath_, configuration_), configuration_, "Demo",
+                      seconds, &listener_, framesPerSecond);
+  }
+  // Configures, initialises and starts `channel`, whose embedder writes to encodationLog_; fails
+  // the test when a step fails.
+  void StartRun(TestChannel& channel, std::uint32_t seconds, double framesPerSecond = 25.0) {
+    Configure(channel, seconds, framesPerSecond);
+    channel.Embedder().SetProperty("EncodationLogFile", encodationLog_);
+    ASSERT_TRUE(channel->InitProcessor());
+    ASSERT_TRUE(channel->StartProcessor());
+  }
+  // How often `text` was logged at `level` so far.
+  int LogCount(EventLevel level, const std::string& text) const {
+    const auto lines = log_->Lines();
+    return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const Line& line) {
+      return line.level == level && line.text == text;
+    }));
+  }
 
   Framework::Testing::TemporaryFolder folder_;
   const std::string databasePath_ = folder_.File("slots.db");
   const std::string configPath_ = folder_.File("channel.json");
+  const std::string encodationLog_ = folder_.File("encodation.jsonl");
   TestConfiguration configuration_;
   RecordingListener listener_;
   Framework::Testing::ScopedLogRecording log_;

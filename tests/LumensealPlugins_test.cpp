@@ -1,310 +1,303 @@
 // The reference plug-ins, created from their shared libraries by a channel, driven through the
-// adaptor classes the way the product's channel drives them.
+// adaptor classes the way the product's channel drives them; and the encodation records the
+// embedder writes: what a record holds, where it goes, and that concurrent writers in threads and
+// processes leave only whole records.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdint>
+#include <boost/date_time/posix_time/posix_time.hpp>
+#include <boost/json.hpp>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "events/VWMDetectionEvent.h"
 #include "events/VWMEmbeddingEvent.h"
 #include "framework/Frame.h"
-#include "framework/PluginRegistry.h"
+#include "framework/testing/ChildProcess.h"
+#include "framework/testing/TemporaryFolder.h"
 #include "plugins/detector/DetectorSimulation.h"
 #include "tests/PluginTestChannel.h"
 
 namespace QuillmarTesting {
 namespace {
 
+namespace fs = std::filesystem;
+namespace json = boost::json;
+namespace pt = boost::posix_time;
 using Framework::Frame;
 using Framework::LumensealBasebandDetectorPlugin;
-using Framework::LumensealBasebandEmbedderPlugin;
-using Framework::PixelLayout;
-using Framework::VideoFormatInfo;
 using Framework::VWMDetectionEvent;
 using Framework::VWMEmbeddingEvent;
+using Strings = std::vector<std::string>;
 
-constexpr std::uint64_t kChannelIndex = 3;
+constexpr float kNone = VWMEmbeddingEvent::kNoEnergy;
+constexpr char kLogVariable[] = "QUILLMAR_ENCODATION_LOG";
+const Framework::VideoFormatInfo kFormat(Framework::PixelLayout::Yuv420P8, 64, 36, 25.0);
 
-const VideoFormatInfo kFormat25(PixelLayout::Yuv420P8, 64, 36, 25.0);
-
-// What a detection handler saw: the kind of result and the values that are only valid while the
-// handler runs.
-struct SeenDetection {
-  std::string kind;
-  std::string status;
-  std::string cidName;
-  std::uint64_t cid = 0;
-  std::int32_t presenceState = -1;
-  double mediaDetectionTimestamp = 0.0;
-};
-
-SeenDetection See(const VWMDetectionEvent& event) {
-  const int results = (event.GetDetection() != nullptr) + (event.GetScale() != nullptr) +
-                      (event.GetMirrored() != nullptr) + (event.GetPresence() != nullptr);
-  EXPECT_EQ(results, 1) << "exactly one result pointer must be set";
-  SeenDetection seen;
-  seen.status = event.GetDetectionStatus();
-  seen.cidName = event.GetCidName();
-  seen.mediaDetectionTimestamp = event.GetMediaDetectionTimestamp();
+// What a detection handler saw while it ran (the result it points at does not outlive it).
+std::string Seen(const VWMDetectionEvent& event) {
   if (const LSNDetection* detection = event.GetDetection()) {
-    seen.kind = "detection";
-    seen.cid = detection->cid;
-  } else if (event.GetScale() != nullptr) {
-    seen.kind = "scale";
-  } else if (event.GetMirrored() != nullptr) {
-    seen.kind = "mirrored";
-  } else if (const CBasebandWMDetection* presence = event.GetPresence()) {
-    seen.kind = "presence";
-    seen.presenceState = presence->state;
+    return event.GetDetectionStatus() + " CID " + std::to_string(detection->cid) + " '" +
+           event.GetCidName() + "' at " + std::to_string(event.GetMediaDetectionTimestamp());
   }
-  return seen;
+  if (const CBasebandWMDetection* presence = event.GetPresence()) {
+    return "presence " + std::to_string(presence->state);
+  }
+  return event.GetScale() != nullptr ? "scale" : event.GetMirrored() != nullptr ? "mirrored" : "";
 }
 
-std::vector<std::string> Kinds(const std::vector<SeenDetection>& seen) {
-  std::vector<std::string> kinds;
-  for (const SeenDetection& detection : seen) kinds.push_back(detection.kind);
-  return kinds;
+Strings Lines(const fs::path& path) {
+  std::ifstream file(path);
+  Strings lines;
+  for (std::string line; std::getline(file, line);) lines.push_back(line);
+  return lines;
 }
 
 class LumensealPluginsTest : public ::testing::Test {
  protected:
-  void SetUp() override {
+  LumensealPluginsTest() {
     PluginTestChannel::UseBuiltPlugins();
-    channel_ = PluginTestChannel::Create(kChannelIndex);
-    embedder_ = channel_->Embedder();
-    detector_ = channel_->Detector();
-    ASSERT_NE(embedder_, nullptr);
-    ASSERT_NE(detector_, nullptr);
+    ::unsetenv(kLogVariable);
+    channel_ = PluginTestChannel::Create(3);
   }
 
-  // A further detector of this channel, created with `properties`.
-  LumensealBasebandDetectorPlugin* CreateDetector(
-      LumensealBasebandDetectorPlugin::ConstructionProperties properties) {
-    const std::string name = "Detector" + std::to_string(++extraDetectors_);
+  // A further detector of this channel whose construction properties `change` adjusts; what it
+  // raises is collected in seen_.
+  template <typename Change>
+  LumensealBasebandDetectorPlugin& CreateDetector(Change change) {
+    auto properties = channel_->Detector()->GetConstructionProperties();
+    change(properties);
+    const std::string name = "Detector" + std::to_string(connections_.size());
     channel_->CreateProcessor(PluginTestChannel::kDetectorClass, name, properties, false);
-    return dynamic_cast<LumensealBasebandDetectorPlugin*>(channel_->GetAlgorithm(name));
+    auto& detector = dynamic_cast<LumensealBasebandDetectorPlugin&>(*channel_->GetAlgorithm(name));
+    connections_.push_back(detector.GetEventSignal().ConnectFor<VWMDetectionEvent>(
+        [this](const VWMDetectionEvent& event) { seen_.push_back(Seen(event)); }));
+    return detector;
   }
 
-  // Collects what `detector` raises from now on.
-  Framework::EventConnection Watch(LumensealBasebandDetectorPlugin& detector) {
-    return detector.GetEventSignal().ConnectFor<VWMDetectionEvent>(
-        [this](const VWMDetectionEvent& event) { seen_.push_back(See(event)); });
-  }
-
-  // Collects the average energies the embedder reports from now on.
-  Framework::EventConnection WatchEnergies() {
-    return embedder_->GetEventSignal().ConnectFor<VWMEmbeddingEvent>(
-        [this](const VWMEmbeddingEvent& event) { energies_.push_back(event.GetAverageEnergy()); });
-  }
-
+  const Framework::Testing::TemporaryFolder folder_;
   std::unique_ptr<PluginTestChannel> channel_;
-  LumensealBasebandEmbedderPlugin* embedder_ = nullptr;
-  LumensealBasebandDetectorPlugin* detector_ = nullptr;
-  std::vector<SeenDetection> seen_;
-  std::vector<float> energies_;
-  int extraDetectors_ = 0;
+  std::vector<Framework::EventConnection> connections_;
+  Strings seen_;
 };
 
-TEST_F(LumensealPluginsTest, ChannelCreatesBothFromTheirLibrariesWithItsProperties) {
-  const std::vector<std::string> plugins =
-      Framework::PluginRegistry::FindPlugins({QUILLMAR_TEST_PLUGIN_FOLDER});
-  EXPECT_NE(std::find(plugins.begin(), plugins.end(), "LumensealBasebandEmbedderPlugin"),
-            plugins.end());
-  EXPECT_NE(std::find(plugins.begin(), plugins.end(), "LumensealBasebandDetectorPlugin"),
-            plugins.end());
+using EncodationLogTest = LumensealPluginsTest;
 
-  const std::uint64_t seed = channel_->GetLicenser().GetProperty<std::uint64_t>("Seed");
-  const auto& detector = detector_->GetConstructionProperties();
-  EXPECT_EQ(detector.GetChannelIndex(), 3);
-  EXPECT_EQ(detector.GetSeed(), seed);
-  EXPECT_EQ(detector.GetMacAddress(), "----");
-  EXPECT_EQ(detector.GetPreDetectorPeriod(), 5);
-  EXPECT_TRUE(detector.GetIsBlockingDetector());
-  EXPECT_FALSE(detector.GetIsReportingNotFound());
-  EXPECT_FALSE(detector.GetIsOnStopReportCachedBuffers());
-  EXPECT_EQ(detector_->GetChannelIndex(), 3);
-  EXPECT_EQ(detector_->GetMacAddress(), "----");
-  EXPECT_EQ(detector_->GetName(), "LumensealDetector");
-
-  EXPECT_EQ(embedder_->GetConstructionProperties().GetSeed(), seed);
-  EXPECT_EQ(embedder_->GetChannelIndex(), 3);
-  EXPECT_EQ(embedder_->GetName(), "LumensealEmbedder");
-  EXPECT_EQ(embedder_->GetEmbeddedDurationInSeconds(), 0u);
-}
-
-// A run as the channel drives it: every run-time property set, both initialised, and each frame
-// to the detector first, then to the embedder.
-TEST_F(LumensealPluginsTest, EmbedderKeepsEmbeddedDurationAndReportsEnergyOnceASecond) {
-  const SYSTEMTIME start{2026, 11, 6, 21, 7, 40, 3, 0};
-  detector_->SetFormat(kFormat25);
-  detector_->SetChannelIndex(3);
-  detector_->SetMacAddress("----");
-  ASSERT_TRUE(detector_->InitProcessor());
-  embedder_->SetFormat(kFormat25);
-  embedder_->SetFrameRate(25.0);
-  embedder_->SetMaxLocalDepth(4);
-  embedder_->SetGlobalDepth(0.5);
-  embedder_->SetFlatRegion(true);
-  embedder_->SetSelectedCID(77);
-  embedder_->SetSelectedStartTime(start);
-  embedder_->SetSelectedDurationInSeconds(63);
-  embedder_->SetFTRT(true);
-  ASSERT_TRUE(embedder_->InitProcessor());
-
-  const Framework::EventConnection connection = WatchEnergies();
-
-  Frame frame(kFormat25);
-  for (std::uint64_t index = 0; index < 100; ++index) {
-    frame.SetIndex(index);
-    detector_->ProcessFrameVolatile(&frame);
-    // The third second is bypassed, as while a prior watermark is present.
-    embedder_->ProcessFrameVolatile(&frame, index >= 50 && index < 75);
-    ASSERT_EQ(embedder_->GetEmbeddedDurationInSeconds(), (index + 1) / 25) << "frame " << index;
+TEST_F(LumensealPluginsTest, EmbedderCountsSecondsAndMarksNoneBypassedOrBeyondTheSlot) {
+  auto& embedder = *channel_->Embedder();
+  embedder.SetFrameRate(25.0);
+  embedder.SetSelectedDurationInSeconds(3);
+  ASSERT_TRUE(embedder.InitProcessor());
+  std::vector<float> energies;
+  const auto connection = embedder.GetEventSignal().ConnectFor<VWMEmbeddingEvent>(
+      [&](const VWMEmbeddingEvent& event) { energies.push_back(event.GetAverageEnergy()); });
+  Frame frame(kFormat);
+  for (std::uint64_t index = 0; index < 125; ++index) {
+    if (index == 100) embedder.SetSelectedDurationInSeconds(3600);  // the slot was extended
+    // Second 2 is bypassed, as while a prior watermark is present; second 3 lies beyond the
+    // slot, where the media clock runs on.
+    embedder.ProcessFrameVolatile(&frame, index >= 50 && index < 75);
+    ASSERT_EQ(embedder.GetEmbeddedDurationInSeconds(), (index + 1) / 25) << "frame " << index;
   }
-  EXPECT_EQ(energies_, (std::vector<float>{0.0f, 0.0f, VWMEmbeddingEvent::kNoEnergy, 0.0f}));
+  EXPECT_EQ(energies, (std::vector<float>{0.0f, 0.0f, kNone, kNone, 0.0f}));
 
-  // A new run starts from nothing.
-  ASSERT_TRUE(embedder_->DeinitProcessor());
-  ASSERT_TRUE(embedder_->InitProcessor());
-  EXPECT_EQ(embedder_->GetEmbeddedDurationInSeconds(), 0u);
+  // A new run starts from nothing; without a frame rate set, it takes the frames' own.
+  ASSERT_TRUE(embedder.DeinitProcessor());
+  embedder.SetFrameRate(0.0);
+  ASSERT_TRUE(embedder.InitProcessor());
+  EXPECT_EQ(embedder.GetEmbeddedDurationInSeconds(), 0u);
+  Frame frame50(Framework::VideoFormatInfo(Framework::PixelLayout::Yuv422P8, 32, 18, 50.0));
+  for (int i = 0; i < 99; ++i) embedder.ProcessFrameVolatile(&frame50, false);
+  EXPECT_EQ(embedder.GetEmbeddedDurationInSeconds(), 1u);
+  embedder.ProcessFrameVolatile(nullptr, false);
+  embedder.ProcessFrameVolatile(&frame50, false);
+  EXPECT_EQ(embedder.GetEmbeddedDurationInSeconds(), 2u);
 }
 
-TEST_F(LumensealPluginsTest, EmbedderTakesTheFrameRateFromTheFramesWhenNoneIsSet) {
-  const VideoFormatInfo format50(PixelLayout::Yuv422P8, 32, 18, 50.0);
-  ASSERT_TRUE(embedder_->InitProcessor());
-  Frame frame(format50);
-  for (int i = 0; i < 99; ++i) embedder_->ProcessFrameVolatile(&frame, false);
-  EXPECT_EQ(embedder_->GetEmbeddedDurationInSeconds(), 1u);
-  embedder_->ProcessFrameVolatile(nullptr, false);
-  embedder_->ProcessFrameVolatile(&frame, false);
-  EXPECT_EQ(embedder_->GetEmbeddedDurationInSeconds(), 2u);
-}
-
-// Second n of a run carries the slot's start + n, so frames beyond the reserved slot must not be
-// marked: they pass on as bypassed ones until the channel extends the slot.
-TEST_F(LumensealPluginsTest, EmbedderMarksNoFrameBeyondTheReservedSlot) {
-  embedder_->SetFrameRate(25.0);
-  embedder_->SetSelectedDurationInSeconds(2);
-  ASSERT_TRUE(embedder_->InitProcessor());
-  const Framework::EventConnection connection = WatchEnergies();
-  Frame frame(kFormat25);
-  const auto feed = [&](int frames) {
-    for (int i = 0; i < frames; ++i) embedder_->ProcessFrameVolatile(&frame, false);
+// Each result set is reported once, in the order set: within the frame by a blocking detector,
+// with the next frame by another; what is still held back at Stop is reported then or dropped.
+TEST_F(LumensealPluginsTest, DetectorReportsEachResultOnceAsItsConstructionPropertiesAsk) {
+  static const struct {
+    bool blocking, reportOnStop;
+    std::size_t afterFirstFrame, afterSecondFrame, afterStop;  // one more result set before Stop
+  } cases[] = {
+      {true, false, 3, 3, 3},
+      {true, true, 3, 3, 4},
+      {false, false, 0, 3, 3},
+      {false, true, 0, 3, 4},
   };
-  feed(100);
-  EXPECT_EQ(embedder_->GetEmbeddedDurationInSeconds(), 4u) << "the media clock runs on";
-  embedder_->SetSelectedDurationInSeconds(3600);
-  feed(25);
-  constexpr float kNone = VWMEmbeddingEvent::kNoEnergy;
-  EXPECT_EQ(energies_, (std::vector<float>{0.0f, 0.0f, kNone, kNone, 0.0f}));
-}
-
-TEST_F(LumensealPluginsTest, BlockingDetectorReportsEachKindOfResultWithinTheNextFrame) {
-  ASSERT_TRUE(detector_->InitProcessor());
-  const Framework::EventConnection connection = Watch(*detector_);
+  const Strings all = {"presence 1", "Full CID 4294967303 'Seven' at 4.000000", "scale",
+                       "mirrored"};
   LSNDetection detection;
-  detection.isFullDetection = true;
-  detection.isFound = true;
+  detection.isFullDetection = detection.isFound = true;
   detection.cid = 0x1'0000'0007ull;
   detection.cidName = "Seven";
   detection.mediaDetectionTimestamp = 4.0;
-  detector_->SetProperty(DetectorSimulation::kPresence,
-                         CBasebandWMDetection{CBasebandWMDetection::kPresent, 1.0});
-  detector_->SetProperty(DetectorSimulation::kDetection, detection);
-  detector_->SetProperty(DetectorSimulation::kScale, ScaleFoundEvent{});
-  detector_->SetProperty(DetectorSimulation::kMirrored, MirroredDetectionEvent{});
-  EXPECT_TRUE(seen_.empty()) << "results wait for a frame";
-
-  Frame frame(kFormat25);
-  detector_->ProcessFrameVolatile(&frame);
-  EXPECT_EQ(Kinds(seen_),
-            (std::vector<std::string>{"presence", "detection", "scale", "mirrored"}));
-  ASSERT_EQ(seen_.size(), 4u);
-  EXPECT_EQ(seen_[0].presenceState, 1);
-  EXPECT_EQ(seen_[1].cid, 0x1'0000'0007ull);
-  EXPECT_EQ(seen_[1].cidName, "Seven");
-  EXPECT_EQ(seen_[1].status, "Full");
-  EXPECT_EQ(seen_[1].mediaDetectionTimestamp, 4.0);
-
-  // Each result is reported once, and a detector that does not report "not found" stays quiet.
-  for (int i = 0; i < 300; ++i) detector_->ProcessFrame(&frame);
-  EXPECT_EQ(seen_.size(), 4u);
-}
-
-TEST_F(LumensealPluginsTest, DetectorDeliversAsItsConstructionPropertiesAsk) {
-  static const struct {
-    const char* name;
-    bool blocking;
-    bool reportOnStop;
-    std::size_t afterFirstFrame;
-    std::size_t afterSecondFrame;
-    std::size_t afterStop;  // A second result was set after the second frame
-  } cases[] = {
-      {"blocking", true, false, 1, 1, 1},
-      {"blocking, reporting at stop", true, true, 1, 1, 2},
-      {"not blocking", false, false, 0, 1, 1},
-      {"not blocking, reporting at stop", false, true, 0, 1, 2},
-  };
-  Frame frame(kFormat25);
+  Frame frame(kFormat);
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    auto properties = channel_->DetectorProperties();
-    properties.SetIsBlockingDetector(c.blocking);
-    properties.SetIsOnStopReportCachedBuffers(c.reportOnStop);
-    LumensealBasebandDetectorPlugin* detector = CreateDetector(properties);
-    ASSERT_NE(detector, nullptr);
-    ASSERT_TRUE(detector->InitProcessor());
-    ASSERT_TRUE(detector->StartProcessor());
+    SCOPED_TRACE(::testing::Message()
+                 << "blocking " << c.blocking << ", at Stop " << c.reportOnStop);
+    auto& detector =
+        CreateDetector([&](LumensealBasebandDetectorPlugin::ConstructionProperties& p) {
+          p.SetIsBlockingDetector(c.blocking);
+          p.SetIsOnStopReportCachedBuffers(c.reportOnStop);
+        });
+    ASSERT_TRUE(detector.InitProcessor());
+    ASSERT_TRUE(detector.StartProcessor());
     seen_.clear();
-    const Framework::EventConnection connection = Watch(*detector);
-
-    detector->SetProperty(DetectorSimulation::kPresence, CBasebandWMDetection{});
-    detector->DeliverFrame(&frame);
+    detector.SetProperty(DetectorSimulation::kPresence,
+                         CBasebandWMDetection{CBasebandWMDetection::kPresent, 1.0});
+    detector.SetProperty(DetectorSimulation::kDetection, detection);
+    detector.SetProperty(DetectorSimulation::kScale, ScaleFoundEvent{});
+    detector.DeliverFrame(&frame);
     EXPECT_EQ(seen_.size(), c.afterFirstFrame);
-    detector->DeliverFrame(&frame);
+    detector.DeliverFrame(&frame);
     EXPECT_EQ(seen_.size(), c.afterSecondFrame);
-    detector->SetProperty(DetectorSimulation::kMirrored, MirroredDetectionEvent{});
-    ASSERT_TRUE(detector->StopProcessor());
-    EXPECT_EQ(seen_.size(), c.afterStop);
+    detector.SetProperty(DetectorSimulation::kMirrored, MirroredDetectionEvent{});
+    ASSERT_TRUE(detector.StopProcessor());
+    // A detector that does not report "not found" stays quiet afterwards.
+    for (int i = 0; i < 300; ++i) detector.ProcessFrame(&frame);
+    EXPECT_EQ(seen_, Strings(all.begin(), all.begin() + c.afterStop));
   }
 }
 
 TEST_F(LumensealPluginsTest, DetectorReportsNotFoundAtTheEndOfEachEmptyPeriod) {
-  auto properties = channel_->DetectorProperties();
-  properties.SetIsReportingNotFound(true);
-  properties.SetPreDetectorPeriod(2);
-  LumensealBasebandDetectorPlugin* detector = CreateDetector(properties);
-  ASSERT_NE(detector, nullptr);
-  const Framework::EventConnection connection = Watch(*detector);
-
-  Frame frame(kFormat25);
-  std::uint64_t index = 0;
+  auto& detector = CreateDetector([](LumensealBasebandDetectorPlugin::ConstructionProperties& p) {
+    p.SetIsReportingNotFound(true);
+    p.SetPreDetectorPeriod(2);
+  });
+  Frame frame(kFormat);
   const auto feed = [&](int frames) {
     for (int i = 0; i < frames; ++i) {
-      frame.SetIndex(index++);
-      detector->ProcessFrame(&frame);
+      detector.ProcessFrame(&frame);
+      frame.SetIndex(frame.GetIndex() + 1);
     }
   };
   feed(49);
-  EXPECT_TRUE(seen_.empty());
+  EXPECT_EQ(seen_, Strings{});
   feed(1);
-  ASSERT_EQ(seen_.size(), 1u);
-  EXPECT_EQ(seen_[0].kind, "detection");
-  EXPECT_EQ(seen_[0].status, "Not found");
-  EXPECT_DOUBLE_EQ(seen_[0].mediaDetectionTimestamp, 49.0 / 25.0);
-
+  EXPECT_EQ(seen_, Strings{"Not found CID 0 '' at 1.960000"});
   // A period in which a watermark was found ends without a "Not found".
   LSNDetection found;
   found.isFound = true;
-  detector->SetProperty(DetectorSimulation::kDetection, found);
+  detector.SetProperty(DetectorSimulation::kDetection, found);
   feed(50);
   EXPECT_EQ(seen_.size(), 2u);
-  EXPECT_EQ(seen_.back().status, "None");
+  EXPECT_EQ(seen_.back().rfind("None ", 0), 0u) << seen_.back();
   feed(50);
   ASSERT_EQ(seen_.size(), 3u);
-  EXPECT_EQ(seen_.back().status, "Not found");
+  EXPECT_EQ(seen_.back().rfind("Not found ", 0), 0u) << seen_.back();
+}
+
+TEST_F(EncodationLogTest, RecordHoldsEveryArgumentTheSlotAndTheWriteTime) {
+  auto& embedder = *channel_->Embedder();
+  embedder.SetSelectedCID(4000000001u);
+  embedder.SetSelectedStartTime(SYSTEMTIME{2026, 11, 6, 21, 7, 40, 3, 5});
+  embedder.SetSelectedDurationInSeconds(4561);
+  const std::string log = folder_.File("log.jsonl");
+  embedder.SetProperty("EncodationLogFile", log);
+  embedder.ReportPriorWatermark(11, 1000, 0.5);
+  embedder.ReportPriorWatermark(12, 2000, 1.0);
+  embedder.ReportPriorWatermark(11, 1003, 3.5);
+  const pt::ptime before = pt::microsec_clock::universal_time() - pt::milliseconds(1);
+  embedder.WriteEncodationLog("first", "second", "Studio A", "third",
+                              {{"itemid", "A-1"}, {"note", "line\nbreak \"quoted\""}}, "CRC 1234",
+                              0.25);
+  const pt::ptime after = pt::microsec_clock::universal_time();
+
+  const Strings lines = Lines(log);
+  ASSERT_EQ(lines.size(), 1u);
+  json::object record = json::parse(lines[0]).as_object();
+  const std::string written(record.at("WrittenAtUtc").as_string());
+  const pt::ptime time = pt::from_iso_extended_string(written.substr(0, 23));
+  EXPECT_TRUE(before <= time && time <= after && written.substr(23) == "Z") << written;
+  record.erase("WrittenAtUtc");
+  const json::value expected = json::parse(R"({"ChannelIndex": 3, "CID": 4000000001,
+      "SlotStart": "2026-11-21T07:40:03.005Z", "SlotLengthSeconds": 4561,
+      "EmbeddedDurationInSeconds": 0, "HostText1": "first", "HostText2": "second",
+      "Facility": "Studio A", "HostText3": "third", "ConfigurationChecksum": "CRC 1234",
+      "Metadata": {"itemid": "A-1", "note": "line\nbreak \"quoted\""}, "AverageEnergy": 0.25,
+      "PriorWatermarks": [{"CID": 11, "Reports": 2, "FirstTimestamp": 1000, "LastTimestamp": 1003,
+        "FirstMediaDetectionTimestamp": 0.5, "LastMediaDetectionTimestamp": 3.5},
+        {"CID": 12, "Reports": 1, "FirstTimestamp": 2000, "LastTimestamp": 2000,
+        "FirstMediaDetectionTimestamp": 1.0, "LastMediaDetectionTimestamp": 1.0}]})");
+  EXPECT_EQ(expected, record);
+}
+
+TEST_F(EncodationLogTest, LocationComesFromThePropertyThenTheEnvironmentThenTheDefault) {
+  auto& embedder = *channel_->Embedder();
+  const fs::path byProperty = folder_.Path() / "property" / "log.jsonl";
+  const fs::path byVariable = folder_.Path() / "variable" / "log.jsonl";
+  ::setenv(kLogVariable, byVariable.c_str(), 1);
+  embedder.SetProperty("EncodationLogFile", byProperty.string());
+  embedder.WriteEncodationLog("1", "", "", "", {}, "", 0.0);
+  embedder.SetProperty("EncodationLogFile", "");
+  embedder.WriteEncodationLog("2", "", "", "", {}, "", 0.0);
+  ::unsetenv(kLogVariable);
+  // This process logs to no file: the default is Logs/ under the working folder.
+  const fs::path workingFolder = fs::current_path();
+  fs::current_path(folder_.Path());
+  embedder.WriteEncodationLog("3", "", "", "", {}, "", 0.0);
+  fs::current_path(workingFolder);
+
+  const auto onlyRecord = [](const fs::path& path) {
+    const Strings lines = Lines(path);
+    return lines.size() == 1 ? std::string(json::parse(lines[0]).at("HostText1").as_string())
+                             : std::to_string(lines.size()) + " records";
+  };
+  EXPECT_EQ(onlyRecord(byProperty), "1");
+  EXPECT_EQ(onlyRecord(byVariable), "2");
+  EXPECT_EQ(onlyRecord(folder_.Path() / "Logs" / "EncodationLog.jsonl"), "3");
+}
+
+// Two processes with two threads each, every thread with a channel of its own, write large
+// records into one file at once; every record comes back whole, exactly once.
+TEST_F(EncodationLogTest, RecordsFromTwoThreadsAndTwoProcessesAreWhole) {
+  constexpr int kProcesses = 2, kThreads = 2, kRecords = 100;
+  const auto filler = [](int process, int thread) {
+    // Far beyond what one pipe write keeps together.
+    return std::string(20000, static_cast<char>('a' + process * kThreads + thread));
+  };
+  ::setenv(kLogVariable, folder_.File("shared.jsonl").c_str(), 1);
+  const auto writer = [&](int process, int thread) {
+    const auto channel = PluginTestChannel::Create(static_cast<std::uint64_t>(thread));
+    auto& embedder = *channel->Embedder();
+    for (int record = 0; record < kRecords; ++record) {
+      embedder.WriteEncodationLog(std::to_string(process), std::to_string(thread), "",
+                                  std::to_string(record), {{"filler", filler(process, thread)}}, "",
+                                  0.0);
+    }
+  };
+  std::vector<std::unique_ptr<Framework::Testing::ChildProcess>> children;
+  for (int process = 0; process < kProcesses; ++process) {
+    children.push_back(std::make_unique<Framework::Testing::ChildProcess>([&, process] {
+      std::thread other(writer, process, 1);
+      writer(process, 0);
+      other.join();
+      return 0;
+    }));
+  }
+  for (const auto& child : children) ASSERT_EQ(0, child->Wait());
+
+  std::set<std::string> seen;
+  for (const std::string& line : Lines(folder_.File("shared.jsonl"))) {
+    boost::system::error_code error;
+    const json::value record = json::parse(line, error);
+    ASSERT_FALSE(error) << "a record is not whole: " << line.substr(0, 80) << "...";
+    const std::string process(record.at("HostText1").as_string());
+    const std::string thread(record.at("HostText2").as_string());
+    EXPECT_EQ(record.at("Metadata").at("filler"),
+              filler(std::stoi(process), std::stoi(thread)).c_str());
+    const std::string key =
+        process + "/" + thread + "/" + record.at("HostText3").as_string().c_str();
+    EXPECT_TRUE(seen.insert(key).second) << "written twice: " << key;
+  }
+  EXPECT_EQ(seen.size(), static_cast<std::size_t>(kProcesses * kThreads * kRecords));
 }
 
 }  // namespace

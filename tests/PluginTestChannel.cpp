@@ -1,4 +1,4 @@
-#include "PluginTestChannel.h"
+#include "tests/PluginTestChannel.h"
 
 #include <cstdlib>
 
@@ -20,34 +20,19 @@ std::unique_ptr<PluginTestChannel> PluginTestChannel::Create(std::uint64_t chann
 PluginTestChannel::PluginTestChannel()
     : ChannelBaseLicensed("QuillmarBasebandSDK", GetDefaultPlugins(), "1.0", 60, "") {}
 
-LumensealBasebandDetectorPlugin::ConstructionProperties PluginTestChannel::DetectorProperties() {
-  LumensealBasebandDetectorPlugin::ConstructionProperties properties;
-  properties.SetChannelIndex(static_cast<std::int32_t>(GetChannelIndex()));
-  properties.SetSeed(GetLicenser().GetProperty<std::uint64_t>("Seed"));
-  properties.SetMacAddress("----");
-  properties.SetPreDetectorPeriod(5);
-  properties.SetIsBlockingDetector(true);
-  properties.SetIsReportingNotFound(false);
-  properties.SetIsOnStopReportCachedBuffers(false);
-  return properties;
-}
-
-void PluginTestChannel::OnCreateChannel(std::uint64_t channelIndex) {
-  CreateChannel(channelIndex);
-  LumensealBasebandDetectorPlugin::ConstructionProperties detector = DetectorProperties();
-  CreateProcessor(kDetectorClass, kDetectorName, detector, false);
+void PluginTestChannel::CreateChannel(std::uint64_t channelIndex) {
+  ChannelBaseLicensed::CreateChannel(channelIndex);
+  const auto index = static_cast<std::int32_t>(channelIndex);
+  const auto seed = GetLicenser().GetProperty<std::uint64_t>("Seed");
+  LumensealBasebandDetectorPlugin::ConstructionProperties detector;
+  detector.SetChannelIndex(index);
+  detector.SetSeed(seed);
+  detector.SetIsBlockingDetector(true);
+  CreateProcessor(kDetectorClass, "LumensealDetector", detector, false);
   LumensealBasebandEmbedderPlugin::ConstructionProperties embedder;
-  embedder.SetChannelIndex(static_cast<std::int32_t>(GetChannelIndex()));
-  embedder.SetSeed(GetLicenser().GetProperty<std::uint64_t>("Seed"));
-  CreateProcessor(kEmbedderClass, kEmbedderName, embedder, false);
-}
-
-LumensealBasebandEmbedderPlugin* PluginTestChannel::Embedder() const {
-  return dynamic_cast<LumensealBasebandEmbedderPlugin*>(GetAlgorithm(kEmbedderName));
-}
-
-LumensealBasebandDetectorPlugin* PluginTestChannel::Detector() const {
-  return dynamic_cast<LumensealBasebandDetectorPlugin*>(GetAlgorithm(kDetectorName));
+  embedder.SetChannelIndex(index);
+  embedder.SetSeed(seed);
+  CreateProcessor("LumensealBasebandEmbedderPlugin", "LumensealEmbedder", embedder, false);
 }
 
 }  // namespace QuillmarTesting

@@ -1,8 +1,6 @@
-// A channel for tests that creates the two watermark plug-ins as the product's channel does:
-// from their shared libraries in the plug-in path, by class and instance name, with the
-// channel's construction properties (same channel index and licence seed for both).
-//
-// Not thread-safe: one channel per thread.
+// A channel for tests and benchmarks that creates the two watermark plug-ins as the product's
+// channel does: from their shared libraries in the plug-in path, by class and instance name, both
+// with the channel's index and licence seed, the detector blocking. One channel per thread.
 #pragma once
 
 #include <cstdint>
@@ -17,28 +15,26 @@ namespace QuillmarTesting {
 class PluginTestChannel : public Framework::ChannelBaseLicensed {
  public:
   static constexpr char kDetectorClass[] = "LumensealBasebandDetectorPlugin";
-  static constexpr char kEmbedderClass[] = "LumensealBasebandEmbedderPlugin";
-  static constexpr char kDetectorName[] = "LumensealDetector";
-  static constexpr char kEmbedderName[] = "LumensealEmbedder";
 
-  // Points QUILLMAR_PLUGIN_PATH at the folder the plug-ins were built into; call before creating
-  // a channel.
+  // Points QUILLMAR_PLUGIN_PATH at the folder the plug-ins were built into; call before Create.
   static void UseBuiltPlugins();
-
   // A channel created with `channelIndex`, holding both plug-ins.
   static std::unique_ptr<PluginTestChannel> Create(std::uint64_t channelIndex);
 
   PluginTestChannel();
 
-  // Creates the detector, then the embedder, with the construction properties a channel gives.
-  void OnCreateChannel(std::uint64_t channelIndex) override;
+  // The children by instance name; null when absent.
+  Framework::LumensealBasebandEmbedderPlugin* Embedder() const {
+    return dynamic_cast<Framework::LumensealBasebandEmbedderPlugin*>(
+        GetAlgorithm("LumensealEmbedder"));
+  }
+  Framework::LumensealBasebandDetectorPlugin* Detector() const {
+    return dynamic_cast<Framework::LumensealBasebandDetectorPlugin*>(
+        GetAlgorithm("LumensealDetector"));
+  }
 
-  // The children found by instance name, as their adaptor classes; null when absent.
-  Framework::LumensealBasebandEmbedderPlugin* Embedder() const;
-  Framework::LumensealBasebandDetectorPlugin* Detector() const;
-
-  // The detector's construction properties as the channel fills them.
-  Framework::LumensealBasebandDetectorPlugin::ConstructionProperties DetectorProperties();
+ protected:
+  void CreateChannel(std::uint64_t channelIndex) override;
 };
 
 }  // namespace QuillmarTesting

@@ -5,12 +5,8 @@ quillmar_add_test(channel_test
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/Channel_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ChannelSession_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/ChannelEncodationLog_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/ChannelDetection_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/ChannelConcurrency_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ChannelHost.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/ChannelTestSupport.cpp
-  LIBS FrameworkTesting QuillmarHost QuillmarBasebandSDK QuillmarFramework QuillmarConfig QuillmarLogging QuillmarDatabaseTestSupport
-       Boost::json
+  LIBS FrameworkTesting QuillmarHost QuillmarBasebandSDK QuillmarFramework QuillmarConfig
+       QuillmarLogging QuillmarDatabaseTestSupport LumensealWatermarkTesting Boost::json
 )
 add_dependencies(channel_test LumensealBasebandEmbedderPlugin LumensealBasebandDetectorPlugin)

@@ -1,9 +1,8 @@
 # The reference plug-ins, loaded from their built shared libraries the way a channel loads them.
 quillmar_add_test(plugins_test SOURCES
-  ${CMAKE_CURRENT_SOURCE_DIR}/EncodationLog_test.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/LumensealPlugins_test.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/PluginTestChannel.cpp
-  LIBS QuillmarBasebandSDK QuillmarFramework Boost::json
+  LIBS FrameworkTesting QuillmarBasebandSDK QuillmarFramework Boost::json
 )
 add_dependencies(plugins_test LumensealBasebandEmbedderPlugin LumensealBasebandDetectorPlugin)
 target_compile_definitions(plugins_test PRIVATE
