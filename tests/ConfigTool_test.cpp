@@ -10,7 +10,7 @@
 
 #include "config/ConfigTestSupport.h"
 #include "config/ConfigurationReader.h"
-#include "tests/ToolRun.h"
+#include "tools/testing/ToolRun.h"
 
 namespace QuillmarBasebandSDK {
 namespace {

@@ -14,7 +14,7 @@
 #include "database/EmbedderDatabaseV2.h"
 #include "database/UtcClock.h"
 #include "database/postgres/PostgresTestSupport.h"
-#include "tests/ToolRun.h"
+#include "tools/testing/ToolRun.h"
 
 namespace QuillmarBasebandSDK {
 namespace {

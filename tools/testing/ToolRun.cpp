@@ -1,4 +1,4 @@
-#include "tests/ToolRun.h"
+#include "tools/testing/ToolRun.h"
 
 #include <fcntl.h>
 #include <signal.h>
