@@ -226,6 +226,7 @@ TEST_F(ChannelLifecycleTest, InitAndStartFailuresAndTheProgramsQuality) {
   TestChannel channel;
   ASSERT_NO_FATAL_FAILURE(StartRun(channel, 10));
   EXPECT_EQ(6.0, channel.Embedder().GetGlobalDepth());
+  EXPECT_EQ(4, channel.Embedder().GetMaxLocalDepth());
   EXPECT_TRUE(
       InOrder(log_->Lines(),
               {{EventLevel::Info, "Selected program Demo; parsing configuration"},
@@ -298,6 +299,9 @@ TEST_F(ChannelLifecycleTest, EachRunReservesItsSlotAndLogsItsTotalsAgainstTheReq
       slot = channel.Slot();
       const CID_Timestamp_Lock_Record row = RowOf(databasePath_, slot.cid);
       EXPECT_DOUBLE_EQ(c.reserved, SecondsBetween(slot.start, row.Timestamp));
+      EXPECT_TRUE(log->Has(EventLevel::Info, Format("QuillmarBasebandSDKChannel::AllocateEmbedding"
+                                                    "Timeslot allocated EID %d for %d seconds.",
+                                                    slot.cid, c.reserved)));
       EXPECT_EQ(c.duration == 0, IsLocked(row));
       if (c.duration == 0) {
         EXPECT_NEAR(7200.0, SecondsBetween(Now(), row.LockedTill), 5.0);
