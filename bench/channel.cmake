@@ -1,7 +1,6 @@
 # The channel's own cost per frame on the processing thread, beside copying a luma plane.
 quillmar_add_benchmark(channel_bench SOURCES
   ${CMAKE_CURRENT_SOURCE_DIR}/Channel_bench.cpp
-  ${PROJECT_SOURCE_DIR}/tests/ChannelHost.cpp
   LIBS QuillmarHost QuillmarBasebandSDK QuillmarFramework QuillmarConfig QuillmarLogging QuillmarDatabaseTestSupport
        Boost::json
 )

@@ -5,14 +5,19 @@
 #pragma once
 
 #include <array>
+#include <boost/json.hpp>
 #include <cstdint>
+#include <fstream>
+#include <list>
 #include <mutex>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "channel/QuillmarBasebandSDKChannel.h"
+#include "config/ConfigurationSigner.h"
 #include "events/LumensealBasebandEmbedderPlugin.h"
 #include "framework/Frame.h"
 #include "tools/ChannelLibrary.h"
@@ -74,7 +79,35 @@ struct TestConfiguration {
 };
 
 // Writes `configuration`, signed, to `path` and returns `path`.
-std::string WriteConfiguration(const std::string& path, const TestConfiguration& configuration);
+inline std::string WriteConfiguration(const std::string& path, const TestConfiguration& config) {
+  namespace json = boost::json;
+  json::object processor{{"Version", "0.3"}, {"Facility", "Test Playout"}};
+  if (!config.sharedDatabase.empty()) processor["SharedDatabase"] = config.sharedDatabase;
+  processor["Detector"] =
+      json::object{{"VWM", json::object{{"DisplayAllWatermarks", config.displayAllWatermarks},
+                                        {"DisplayEIDS", json::value_from(config.displayEids)}}}};
+  json::array& programs = processor["ContentProcessingParameters"].emplace_array();
+  for (const TestProgram& program : config.programs) {
+    json::object& entry = programs.emplace_back(json::object{{"Name", program.name}}).as_object();
+    if (program.metadataFields.empty()) entry["ContentType"] = "Entertainment";
+    for (const auto& [display, field] : program.metadataFields) {
+      json::value& fields = entry["MetadataFields"];
+      if (!fields.is_array()) fields.emplace_array();
+      fields.as_array().push_back(json::object{{"DisplayName", display}, {"FieldName", field}});
+    }
+    entry["VWM"] = json::object{{"EIDS", json::value_from(program.eids)},
+                                {"GlobalDepth", program.globalDepth},
+                                {"MaxLocalDepth", 4}};
+  }
+  std::string signedText, error;
+  if (!QuillmarBasebandSDK::SignConfiguration(
+          json::serialize(json::object{{"ContentProcessor", processor}}), path, path, true,
+          signedText, error)) {
+    throw std::runtime_error("cannot sign the test configuration: " + error);
+  }
+  std::ofstream(path, std::ios::binary) << signedText;
+  return path;
+}
 
 // A small picture at `framesPerSecond`, so that frames cost little.
 inline Framework::VideoFormatInfo SmallFormat(double framesPerSecond = 25.0) {
@@ -82,7 +115,10 @@ inline Framework::VideoFormatInfo SmallFormat(double framesPerSecond = 25.0) {
 }
 
 // The channel library, loaded once for the process and never unloaded, as a host keeps it.
-const Quillmar::Tools::ChannelLibrary& Library();
+inline const Quillmar::Tools::ChannelLibrary& Library() {
+  static const auto* library = new Quillmar::Tools::ChannelLibrary();
+  return *library;
+}
 
 // What the embedder was handed at Start: CID, slot start and slot length.
 struct GrantedSlot {
@@ -95,7 +131,13 @@ struct GrantedSlot {
 // destroyed by its DeleteProcessor.
 class TestChannel {
  public:
-  TestChannel();
+  TestChannel()
+      : channel_(dynamic_cast<Framework::QuillmarBasebandSDKChannel*>(
+            Library().CreateProcessor(Framework::PropertyBase()))),
+        frame_(SmallFormat()) {
+    if (channel_ == nullptr) throw std::runtime_error("CreateProcessor made no channel");
+    channel_->OnCreateChannel(0);
+  }
   ~TestChannel() { Library().DeleteProcessor(channel_); }
   TestChannel(const TestChannel&) = delete;
   TestChannel& operator=(const TestChannel&) = delete;
@@ -107,7 +149,20 @@ class TestChannel {
   void Configure(const std::string& configFile, const TestConfiguration& configuration,
                  const std::string& program, std::uint32_t durationSeconds,
                  const Framework::QuillmarBasebandEmbedderListener* listener,
-                 double framesPerSecond = 25.0);
+                 double framesPerSecond = 25.0) {
+    channel_->SetConfigFile(configFile);
+    channel_->SetProgramName(program);
+    channel_->SetEmbeddingDuration(durationSeconds);
+    std::list<unsigned> all;
+    for (const TestProgram& entry : configuration.programs) {
+      if (entry.name == program) channel_->SetAllCIDsInProgram(entry.eids);
+      all.insert(all.end(), entry.eids.begin(), entry.eids.end());
+    }
+    channel_->SetAllEmbedderCIDsInConfig(all);
+    channel_->SetFrameRate(framesPerSecond);
+    SetFormat(SmallFormat(framesPerSecond));
+    channel_->SetListener(listener);
+  }
   // Gives the channel and the frames it is handed `format`.
   void SetFormat(const Framework::VideoFormatInfo& format) {
     channel_->SetFormatInfo(format);

@@ -194,13 +194,18 @@ TEST_F(LumensealPluginsTest, DetectorReportsNotFoundAtTheEndOfEachEmptyPeriod) {
   EXPECT_EQ(seen_.back().rfind("Not found ", 0), 0u) << seen_.back();
 }
 
-TEST_F(EncodationLogTest, RecordHoldsEveryArgumentTheSlotAndTheWriteTime) {
+// A record holds every argument, the slot and the write time. It goes to the file the property
+// names, else to the one the environment names, else (this process logs to no file) to
+// Logs/EncodationLog.jsonl under the working folder.
+TEST_F(EncodationLogTest, RecordHoldsEveryArgumentAndGoesWhereThePropertyOrTheEnvironmentSays) {
   auto& embedder = *channel_->Embedder();
   embedder.SetSelectedCID(4000000001u);
   embedder.SetSelectedStartTime(SYSTEMTIME{2026, 11, 6, 21, 7, 40, 3, 5});
   embedder.SetSelectedDurationInSeconds(4561);
-  const std::string log = folder_.File("log.jsonl");
-  embedder.SetProperty("EncodationLogFile", log);
+  const fs::path byProperty = folder_.Path() / "property" / "log.jsonl";
+  const fs::path byVariable = folder_.Path() / "variable" / "log.jsonl";
+  embedder.SetProperty("EncodationLogFile", byProperty.string());
+  ::setenv(kLogVariable, byVariable.c_str(), 1);
   embedder.ReportPriorWatermark(11, 1000, 0.5);
   embedder.ReportPriorWatermark(12, 2000, 1.0);
   embedder.ReportPriorWatermark(11, 1003, 3.5);
@@ -209,8 +214,24 @@ TEST_F(EncodationLogTest, RecordHoldsEveryArgumentTheSlotAndTheWriteTime) {
                               {{"itemid", "A-1"}, {"note", "line\nbreak \"quoted\""}}, "CRC 1234",
                               0.25);
   const pt::ptime after = pt::microsec_clock::universal_time();
+  embedder.SetProperty("EncodationLogFile", "");
+  embedder.WriteEncodationLog("2", "", "", "", {}, "", 0.0);
+  ::unsetenv(kLogVariable);
+  const fs::path workingFolder = fs::current_path();
+  fs::current_path(folder_.Path());
+  embedder.WriteEncodationLog("3", "", "", "", {}, "", 0.0);
+  fs::current_path(workingFolder);
 
-  const Strings lines = Lines(log);
+  const auto firstTexts = [](const fs::path& path) {
+    Strings texts;
+    for (const std::string& line : Lines(path)) {
+      texts.emplace_back(json::parse(line).at("HostText1").as_string());
+    }
+    return texts;
+  };
+  EXPECT_EQ(firstTexts(byVariable), Strings{"2"});
+  EXPECT_EQ(firstTexts(folder_.Path() / "Logs" / "EncodationLog.jsonl"), Strings{"3"});
+  const Strings lines = Lines(byProperty);
   ASSERT_EQ(lines.size(), 1u);
   json::object record = json::parse(lines[0]).as_object();
   const std::string written(record.at("WrittenAtUtc").as_string());
@@ -227,32 +248,6 @@ TEST_F(EncodationLogTest, RecordHoldsEveryArgumentTheSlotAndTheWriteTime) {
         {"CID": 12, "Reports": 1, "FirstTimestamp": 2000, "LastTimestamp": 2000,
         "FirstMediaDetectionTimestamp": 1.0, "LastMediaDetectionTimestamp": 1.0}]})");
   EXPECT_EQ(expected, record);
-}
-
-TEST_F(EncodationLogTest, LocationComesFromThePropertyThenTheEnvironmentThenTheDefault) {
-  auto& embedder = *channel_->Embedder();
-  const fs::path byProperty = folder_.Path() / "property" / "log.jsonl";
-  const fs::path byVariable = folder_.Path() / "variable" / "log.jsonl";
-  ::setenv(kLogVariable, byVariable.c_str(), 1);
-  embedder.SetProperty("EncodationLogFile", byProperty.string());
-  embedder.WriteEncodationLog("1", "", "", "", {}, "", 0.0);
-  embedder.SetProperty("EncodationLogFile", "");
-  embedder.WriteEncodationLog("2", "", "", "", {}, "", 0.0);
-  ::unsetenv(kLogVariable);
-  // This process logs to no file: the default is Logs/ under the working folder.
-  const fs::path workingFolder = fs::current_path();
-  fs::current_path(folder_.Path());
-  embedder.WriteEncodationLog("3", "", "", "", {}, "", 0.0);
-  fs::current_path(workingFolder);
-
-  const auto onlyRecord = [](const fs::path& path) {
-    const Strings lines = Lines(path);
-    return lines.size() == 1 ? std::string(json::parse(lines[0]).at("HostText1").as_string())
-                             : std::to_string(lines.size()) + " records";
-  };
-  EXPECT_EQ(onlyRecord(byProperty), "1");
-  EXPECT_EQ(onlyRecord(byVariable), "2");
-  EXPECT_EQ(onlyRecord(folder_.Path() / "Logs" / "EncodationLog.jsonl"), "3");
 }
 
 // Two processes with two threads each, every thread with a channel of its own, write large

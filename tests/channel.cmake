@@ -4,8 +4,6 @@
 quillmar_add_test(channel_test
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/Channel_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/ChannelSession_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/ChannelHost.cpp
   LIBS FrameworkTesting QuillmarHost QuillmarBasebandSDK QuillmarFramework QuillmarConfig
        QuillmarLogging QuillmarDatabaseTestSupport LumensealWatermarkTesting Boost::json
 )
