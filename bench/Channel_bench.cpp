@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "channel/testing/ChannelHost.h"
 #include "database/DatabaseTestSupport.h"
-#include "tests/ChannelHost.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "events/VWMDetectionEvent.h"
 #include "framework/Frame.h"
-#include "tests/PluginTestChannel.h"
+#include "plugins/testing/PluginTestChannel.h"
 
 namespace {
 

@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "channel/testing/ChannelHost.h"
 #include "database/DatabaseTestSupport.h"
 #include "database/TimeTicks.h"
 #include "detector-api/CBasebandWMDetection.h"
@@ -39,7 +40,6 @@
 #include "framework/testing/RecordingLogSink.h"
 #include "plugins/detector/DetectorSimulation.h"
 #include "plugins/watermark/testing/SyntheticScene.h"
-#include "tests/ChannelHost.h"
 
 namespace QuillmarTesting {
 namespace {

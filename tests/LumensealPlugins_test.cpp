@@ -21,7 +21,7 @@
 #include "framework/testing/ChildProcess.h"
 #include "framework/testing/TemporaryFolder.h"
 #include "plugins/detector/DetectorSimulation.h"
-#include "tests/PluginTestChannel.h"
+#include "plugins/testing/PluginTestChannel.h"
 
 namespace QuillmarTesting {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/PluginTestChannel.h"
+#include "plugins/testing/PluginTestChannel.h"
 
 #include <cstdlib>
 
