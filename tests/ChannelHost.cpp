@@ -190,14 +190,13 @@ int TestChannel::Feed(int count) {
 
 Framework::LumensealBasebandEmbedderPlugin& TestChannel::Embedder() const {
   auto* embedder = dynamic_cast<Framework::LumensealBasebandEmbedderPlugin*>(
-      channel_->GetAlgorithm(QuillmarBasebandSDKChannel::kEmbedderInstance));
+      channel_->GetAlgorithm(Framework::kEmbedderInstance));
   if (embedder == nullptr) throw std::runtime_error("the channel has no embedder");
   return *embedder;
 }
 
 Framework::AlgorithmBase& TestChannel::Detector() const {
-  Framework::AlgorithmBase* detector =
-      channel_->GetAlgorithm(QuillmarBasebandSDKChannel::kDetectorInstance);
+  Framework::AlgorithmBase* detector = channel_->GetAlgorithm(Framework::kDetectorInstance);
   if (detector == nullptr) throw std::runtime_error("the channel has no detector");
   return *detector;
 }

@@ -44,10 +44,8 @@ TEST(ChannelEntryPoints, CreateAndDeleteAsAHostDoes) {
   EXPECT_EQ(1u, channel->GetMaxNrChannels());
   channel->OnCreateChannel(3);
   EXPECT_EQ(1u, channel->GetMaxNrChannels());
-  EXPECT_NE(nullptr,
-            channel->GetAlgorithm(Framework::QuillmarBasebandSDKChannel::kDetectorInstance));
-  EXPECT_NE(nullptr,
-            channel->GetAlgorithm(Framework::QuillmarBasebandSDKChannel::kEmbedderInstance));
+  EXPECT_NE(nullptr, channel->GetAlgorithm(Framework::kDetectorInstance));
+  EXPECT_NE(nullptr, channel->GetAlgorithm(Framework::kEmbedderInstance));
   DeleteProcessorFunction()(processor);
 }
 
