@@ -23,10 +23,11 @@ std::string Entry(const std::string& name, const std::string& eids, const std::s
          eids + R"(], "GlobalDepth": 2.5, "MaxLocalDepth": 4}})";
 }
 
-// A root folder holding Cfg/QLM_LumensealProp.cfg with `text`.
+// A root folder holding Cfg/QLM_LumensealProp.cfg with `text`; its path with slashes, as the
+// state spells the paths it gives back.
 struct Root {
   explicit Root(const std::string& text) { folder.Write("Cfg/QLM_LumensealProp.cfg", text); }
-  std::string Path() const { return folder.Path().string(); }
+  std::string Path() const { return folder.Path().generic_string(); }
   TemporaryFolder folder;
 };
 
@@ -130,7 +131,9 @@ TEST(ConfigurationState, SharedDatabaseIsTakenFromTheConfigurationsFolder) {
     QuillmarBasebandConfigurationState state(folder.Write("cfg/c.json", Signed(text)), "COMMON");
     std::string used = c.used;
     if (used[0] == '@') {
-      used = std::filesystem::path(folder.File("cfg") + used.substr(1)).lexically_normal().string();
+      used = std::filesystem::path(folder.File("cfg") + used.substr(1))
+                 .lexically_normal()
+                 .generic_string();
     }
     std::string shared;
     EXPECT_TRUE(state.GetSharedDatabase(shared)) << c.written;
