@@ -16,7 +16,7 @@ CMAKE_FLAGS_win64 = -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/mingw-w64.cmake -DCMA
 WIN64_TARGETS = QuillmarBasebandSDK LumensealBasebandEmbedderPlugin LumensealBasebandDetectorPlugin \
   quillmar
 # The test executables that build for Windows and run without a sqlite3.dll (scripts/win64-tests).
-WIN64_TESTS = config_test events_test tools_test watermark_test
+WIN64_TESTS = config_test events_test framework_test logging_test tools_test watermark_test
 
 .PHONY: deps release asan test demo bench package package-check win64 win64-check clean
 

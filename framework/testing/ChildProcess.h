@@ -1,4 +1,5 @@
 // ChildProcess: a forked copy of the calling process that runs one function and exits.
+// (Windows has no fork: ChildProcessWindows.cpp says how a child is made there.)
 //
 // For multi-process tests and load drivers, and for tests of behaviour that is process-wide
 // (the logger, shared memory named after the process): RunInChild runs a part of a test in a
