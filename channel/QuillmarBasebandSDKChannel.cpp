@@ -42,11 +42,6 @@ double ProcessedSeconds(std::uint32_t frames, double framesPerSecond) {
 
 }  // namespace
 
-constexpr char QuillmarBasebandSDKChannel::kEmbedderInstance[];
-constexpr char QuillmarBasebandSDKChannel::kDetectorInstance[];
-constexpr char QuillmarBasebandSDKChannel::kEmbedderClass[];
-constexpr char QuillmarBasebandSDKChannel::kDetectorClass[];
-
 QuillmarBasebandSDKChannel::QuillmarBasebandSDKChannel(const PropertyBase&)
     : ChannelBaseLicensed(kProductName, GetDefaultPlugins(), kProductVersion,
                           kLicenseCheckIntervalMinutes, "") {

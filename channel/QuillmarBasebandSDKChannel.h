@@ -58,14 +58,15 @@ enum class ChannelSignal : int {
 };
 constexpr int kChannelSignalCount = 4;
 
+// Instance and class names of the channel's two child processors. Constants of the header, not
+// members of the exported class: a host reads them without importing data from the library.
+inline constexpr char kEmbedderInstance[] = "LumensealEmbedder";
+inline constexpr char kDetectorInstance[] = "LumensealDetector";
+inline constexpr char kEmbedderClass[] = "LumensealBasebandEmbedderPlugin";
+inline constexpr char kDetectorClass[] = "LumensealBasebandDetectorPlugin";
+
 class QUILLMAR_API QuillmarBasebandSDKChannel : public ChannelBaseLicensed {
  public:
-  // Instance and class names of the two child processors.
-  static constexpr char kEmbedderInstance[] = "LumensealEmbedder";
-  static constexpr char kDetectorInstance[] = "LumensealDetector";
-  static constexpr char kEmbedderClass[] = "LumensealBasebandEmbedderPlugin";
-  static constexpr char kDetectorClass[] = "LumensealBasebandDetectorPlugin";
-
   explicit QuillmarBasebandSDKChannel(const PropertyBase& constructionProperties);
   // Releases what Stop did not (configuration state, database handle: finalising a leased slot).
   ~QuillmarBasebandSDKChannel() override;

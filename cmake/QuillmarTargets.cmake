@@ -21,3 +21,14 @@ function(quillmar_add_test name)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
     PROPERTIES ENVIRONMENT "QUILLMAR_BUILD_DIR=${PROJECT_BINARY_DIR}")
 endfunction()
+
+# quillmar_posix_only_test_sources(<test> <files...>)
+# Leaves test files out of <test> in the Windows build: those that need what only POSIX has
+# (fork for children that work with each other, setenv, dlopen). README.md says which and why.
+function(quillmar_posix_only_test_sources test)
+  if(WIN32)
+    get_target_property(sources ${test} SOURCES)
+    list(REMOVE_ITEM sources ${ARGN})
+    set_target_properties(${test} PROPERTIES SOURCES "${sources}")
+  endif()
+endfunction()

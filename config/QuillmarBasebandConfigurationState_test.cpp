@@ -29,11 +29,12 @@ void ExpectLogged(const std::vector<std::string>& lines, const std::vector<std::
   }
 }
 
-// A root folder holding Cfg/QLM_LumensealProp.cfg with `text`.
+// A root folder holding Cfg/QLM_LumensealProp.cfg with `text`; its path with slashes, as the
+// state spells the paths it gives back.
 struct Root {
   explicit Root(const std::string& text) { Write(text); }
   void Write(const std::string& text) const { folder.Write("Cfg/QLM_LumensealProp.cfg", text); }
-  std::string Path() const { return folder.Path().string(); }
+  std::string Path() const { return folder.Path().generic_string(); }
   Testing::TemporaryFolder folder;
 };
 
@@ -123,8 +124,11 @@ TEST(ConfigurationState, SharedDatabaseIsTakenFromTheConfigurationsFolder) {
         DocumentWithEntries(Entry("One", "1", "news")), R"("SharedDatabase": "db",)",
         c.written != nullptr ? "\"SharedDatabase\": \"" + std::string(c.written) + "\"," : "");
     State state(folder.Write("cfg/c.json", Signed(text)), "COMMON");
-    const std::string used = *c.used != '@' ? c.used : std::filesystem::path(
-        folder.File("cfg") + (c.used + 1)).lexically_normal().string();
+    const std::string used = *c.used != '@'
+                                 ? c.used
+                                 : std::filesystem::path(folder.File("cfg") + (c.used + 1))
+                                       .lexically_normal()
+                                       .generic_string();
     std::string shared = "stale";
     EXPECT_EQ(state.GetSharedDatabase(shared), c.written != nullptr);
     EXPECT_EQ(shared, used);

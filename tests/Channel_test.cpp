@@ -180,15 +180,15 @@ TEST_F(ChannelEntryPoints, CreateAndDeleteAsAHostDoes) {
   EXPECT_EQ(QuillmarBasebandEmbedder::ErrorNone, channel->GetLastError());
   channel->OnCreateChannel(3);
   EXPECT_EQ(1u, channel->GetMaxNrChannels());
-  EXPECT_NE(nullptr, channel->GetAlgorithm(QuillmarBasebandSDKChannel::kDetectorInstance));
-  EXPECT_NE(nullptr, channel->GetAlgorithm(QuillmarBasebandSDKChannel::kEmbedderInstance));
+  EXPECT_NE(nullptr, channel->GetAlgorithm(Framework::kDetectorInstance));
+  EXPECT_NE(nullptr, channel->GetAlgorithm(Framework::kEmbedderInstance));
   Library().DeleteProcessor(processor);
 }
 
 // A plug-in library once loaded stays loaded for the process, and ctest runs each test in a
 // process of its own: only there can the plug-in path leave a plug-in out.
 TEST_F(ChannelLifecycleTest, WithoutTheEmbedderPluginStartFails) {
-  const std::string detectorClass = QuillmarBasebandSDKChannel::kDetectorClass;
+  const std::string detectorClass = Framework::kDetectorClass;
   if (Framework::PluginRegistry::Instance().IsRegistered(detectorClass)) {
     GTEST_SKIP() << "the plug-ins were loaded by an earlier test of this process";
   }

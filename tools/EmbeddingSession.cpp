@@ -149,8 +149,7 @@ const SessionSummary& EmbeddingSession::Close() {
     channel->WriteEncodationLog(request_.recordTexts[0], request_.recordTexts[1],
                                 request_.recordTexts[2], request_.metadata);
     channel->StopProcessor();
-    Framework::AlgorithmBase* embedder =
-        channel->GetAlgorithm(Framework::QuillmarBasebandSDKChannel::kEmbedderInstance);
+    Framework::AlgorithmBase* embedder = channel->GetAlgorithm(Framework::kEmbedderInstance);
     if (embedder != nullptr) {
       summary_.cid = embedder->GetProperty<std::uint32_t>("SelectedCID");
       summary_.start = embedder->GetProperty<SYSTEMTIME>("SelectedStartTime");

@@ -183,10 +183,10 @@ class TestChannel {
   // The children, which must exist, and what the embedder was handed at Start.
   Framework::LumensealBasebandEmbedderPlugin& Embedder() const {
     return dynamic_cast<Framework::LumensealBasebandEmbedderPlugin&>(
-        *channel_->GetAlgorithm(channel_->kEmbedderInstance));
+        *channel_->GetAlgorithm(Framework::kEmbedderInstance));
   }
   Framework::AlgorithmBase& Detector() const {
-    return *channel_->GetAlgorithm(channel_->kDetectorInstance);
+    return *channel_->GetAlgorithm(Framework::kDetectorInstance);
   }
   GrantedSlot Slot() const {
     return {Embedder().GetSelectedCID(), Embedder().GetSelectedStartTime(),

@@ -15,8 +15,14 @@ DynamicLibrary::DynamicLibrary(void* handle, std::string path)
 
 #if defined(_WIN32)
 
+// A library named by a full path has its own imports looked for in its own folder first (the
+// product DLL beside a plug-in, the framework DLL beside the product), not only in the host
+// executable's folder; Windows wants backslashes in such a path.
 std::unique_ptr<DynamicLibrary> DynamicLibrary::Open(const std::string& path, std::string* error) {
-  HMODULE handle = ::LoadLibraryA(path.c_str());
+  const std::filesystem::path file = std::filesystem::path(path).make_preferred();
+  HMODULE handle = file.is_absolute() ? ::LoadLibraryExA(file.string().c_str(), nullptr,
+                                                         LOAD_WITH_ALTERED_SEARCH_PATH)
+                                      : ::LoadLibraryA(path.c_str());
   if (handle == nullptr) {
     *error = "LoadLibrary failed with code " + std::to_string(::GetLastError());
     return nullptr;

@@ -4,6 +4,10 @@
 #include <cstdio>
 #include <ctime>
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 namespace Framework {
 namespace {
 

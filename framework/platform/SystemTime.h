@@ -9,7 +9,9 @@
 #include "Export.h"
 
 #if defined(_WIN32)
-#  include <windows.h>
+// The type alone, without <windows.h> and the macros it defines for every includer.
+#include <minwinbase.h>
+#include <windef.h>
 #else
 #  include <cstdint>
 

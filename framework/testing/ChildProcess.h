@@ -1,10 +1,11 @@
 // ChildProcess: a forked copy of the calling process that runs one function and exits.
+// (Windows has no fork: ChildProcessWindows.cpp says how a child is made there.)
 //
 // For multi-process tests and load drivers, and for tests of behaviour that is process-wide
 // (the logger, shared memory named after the process): RunInChild runs a part of a test in a
-// fresh child and tells whether its assertions held. Fork only while the process has one thread and no open
-// SQLite connection (a connection must not cross a fork). The child leaves with _exit, so no
-// exit handler of the parent's copy runs twice. A child still running when its ChildProcess is
+// fresh child and tells whether its assertions held. Fork only while the process has one thread and
+// no open SQLite connection (a connection must not cross a fork). The child leaves with _exit, so
+// no exit handler of the parent's copy runs twice. A child still running when its ChildProcess is
 // destroyed is killed and reaped, so a failing test never leaves one behind.
 #pragma once
 

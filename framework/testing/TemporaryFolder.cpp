@@ -1,16 +1,30 @@
 #include "framework/testing/TemporaryFolder.h"
 
-#include <stdlib.h>
-
+#include <cstdio>
 #include <fstream>
+#include <random>
 #include <stdexcept>
 
 namespace Framework::Testing {
 
+// A random name, taken only if no folder has it yet: create_directory says whether it made one.
 TemporaryFolder::TemporaryFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "quillmar-test-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed: " + pattern);
-  path_ = pattern;
+  const std::filesystem::path base = std::filesystem::temp_directory_path();
+  std::random_device random;
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    char name[32];
+    std::snprintf(name, sizeof name, "quillmar-test-%08x", static_cast<unsigned>(random()));
+    std::error_code error;
+    if (std::filesystem::create_directory(base / name, error)) {
+      path_ = base / name;
+      return;
+    }
+    if (error) {
+      throw std::runtime_error("cannot create a folder in " + base.string() + ": " +
+                               error.message());
+    }
+  }
+  throw std::runtime_error("no free folder name in " + base.string());
 }
 
 TemporaryFolder::~TemporaryFolder() {

@@ -1,9 +1,10 @@
 // An append-only file of whole lines (the encodation log, one JSON record per line), shared by
 // every thread and process that writes it.
 //
-// Append writes a line under an exclusive lock on the file (flock), so writers in this and other
-// processes take turns. A line that cannot be written completely is cut off again, so the file
-// only ever holds whole lines, and the bytes before the new line are never rewritten.
+// Append writes a line under an exclusive lock on the file (Framework::LockedAppendFile), so
+// writers in this and other processes take turns. A line that cannot be written completely is cut
+// off again, so the file only ever holds whole lines, and the bytes before the new line are never
+// rewritten.
 // Thread-safe: each call opens, locks and closes the file on its own.
 #pragma once
 

@@ -1,0 +1,2 @@
+// Boost.JSON compiled from its headers: the Windows build has no Boost libraries to link.
+#include <boost/json/src.hpp>
