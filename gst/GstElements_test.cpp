@@ -3,8 +3,8 @@
 // registered for this process, so that they run under the sanitizers without GStreamer's plug-in
 // scanner; the other elements come from the installed GStreamer plug-ins.
 #include <gst/check/gstharness.h>
-#include <gst/video/video.h>
 #include <gst/gst.h>
+#include <gst/video/video.h>
 #include <gtest/gtest.h>
 
 #include <boost/json.hpp>
@@ -15,6 +15,7 @@
 
 #include "framework/testing/TemporaryFolder.h"
 #include "gst/QuillmarElements.h"
+#include "tools/testing/ToolRun.h"
 
 // GLib and GStreamer keep their type system, registry and the plug-ins they load for the life of
 // the process: the leak checker is told so, and still sees every allocation of ours.
@@ -210,15 +211,11 @@ TEST_F(GstElements, APipelineStoppedMidStreamClosesItsSession) {
   gst_element_set_state(pipeline, GST_STATE_NULL);
   gst_object_unref(pipeline);
   EXPECT_EQ(1u, Records().size());
-  const std::string show = "cd " + folder_.Path().string() + " && " + std::getenv("QUILLMAR_BUILD_DIR") +
-                           "/bin/quillmar db show quillmar-demo-timeslots.db --json";
-  std::string shown;
-  FILE* pipe = popen(show.c_str(), "r");
-  for (int c; (c = std::fgetc(pipe)) != EOF;) shown += static_cast<char>(c);
-  pclose(pipe);
-  const boost::json::value rows = boost::json::parse(shown);
+  const auto shown =
+      Quillmar::Testing::RunQuillmar("db show quillmar-demo-timeslots.db --json", folder_.Path());
+  const boost::json::value rows = boost::json::parse(shown.out);
   for (const auto& row : rows.at("cids").as_array()) {
-    EXPECT_TRUE(row.at("locked_till").is_null()) << shown;
+    EXPECT_TRUE(row.at("locked_till").is_null()) << shown.out;
   }
 }
 

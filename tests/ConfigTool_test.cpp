@@ -1,12 +1,8 @@
 // quillmar config: exit codes, the first line of standard output, the last line of standard
 // error, and files written byte for byte.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <boost/json/parse.hpp>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 #include "config/ConfigTestSupport.h"
 #include "config/ConfigurationReader.h"

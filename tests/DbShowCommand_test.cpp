@@ -1,11 +1,8 @@
 // quillmar db show and db copy, run as a user runs them, on files written by EmbedderDatabaseV2
 // and on a PostgreSQL server that two quillmar embed "hosts" share.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <boost/json.hpp>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>
