@@ -10,8 +10,11 @@
 
 #if defined(_WIN32)
 // The type alone, without <windows.h> and the macros it defines for every includer.
-#include <minwinbase.h>
+// windef.h first: minwinbase.h uses its types without including it.
+// clang-format off
 #include <windef.h>
+#include <minwinbase.h>
+// clang-format on
 #else
 #  include <cstdint>
 
