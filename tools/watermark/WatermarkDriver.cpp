@@ -7,7 +7,8 @@
 //     the last being the media time of the frame that completed it), one per presence change
 //     ("presence state media_time") and a closing line with the frame count, the highest sync
 //     score seen (what presence is judged by, from the first frame on) and the lowest once a whole
-//     second is in ("summary frames max_sync min_sync").
+//     second is in, and the score that raises presence ("summary frames max_sync min_sync
+//     presence_on").
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -64,7 +65,8 @@ int Detect(std::uint64_t seed) {
     }
     if (report.presence) std::printf("presence %d %.2f\n", *report.presence ? 1 : 0, report.presenceMediaTime);
   }
-  std::printf("summary %llu %.2f %.2f\n", static_cast<unsigned long long>(frames), maxSync, minSync);
+  std::printf("summary %llu %.2f %.2f %.2f\n", static_cast<unsigned long long>(frames), maxSync,
+              minSync, Lumenseal::WatermarkDetector::kPresenceOn);
   return 0;
 }
 
