@@ -3,8 +3,10 @@
 #include <sqlite3.h>
 
 #include <cstdlib>
+#include <stdexcept>
 
 #include "database/CppSQLite3Exception.h"
+#include "framework/platform/DynamicLibrary.h"
 
 namespace {
 
@@ -13,6 +15,27 @@ struct FreeErrorText {
   void operator()(char* text) const { sqlite3_free(text); }
 };
 using ErrorText = std::unique_ptr<char, FreeErrorText>;
+
+// Makes sure the SQLite library can be loaded. On Windows sqlite3.dll is delay-loaded, and the
+// first call into a missing one would end the process: it is loaded here first, once per process,
+// and kept, so that its absence is an error like any other (a std::runtime_error, since a
+// CppSQLite3Exception formats its text with the library). Elsewhere it is linked as usual.
+void RequireSqliteLibrary() {
+#ifdef _WIN32
+  struct Loaded {
+    std::unique_ptr<Framework::DynamicLibrary> library;
+    std::string error;
+  };
+  static const Loaded loaded = [] {
+    Loaded attempt;
+    attempt.library = Framework::DynamicLibrary::Open("sqlite3.dll", &attempt.error);
+    return attempt;
+  }();
+  if (!loaded.library) {
+    throw std::runtime_error("sqlite3.dll could not be loaded: " + loaded.error);
+  }
+#endif
+}
 
 }  // namespace
 
@@ -23,6 +46,7 @@ CppSQLite3DB::CppSQLite3DB(int busyTimeoutMs) : busyTimeoutMs_(busyTimeoutMs) {}
 CppSQLite3DB::~CppSQLite3DB() = default;
 
 void CppSQLite3DB::open(const char* fileName) {
+  RequireSqliteLibrary();
   sqlite3* handle = nullptr;
   const int code =
       sqlite3_open_v2(fileName, &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);

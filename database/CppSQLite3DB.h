@@ -1,7 +1,8 @@
 // CppSQLite3DB: one connection to an SQLite database file.
 //
 // Owns the sqlite3 handle and closes it when destroyed or closed. Every failure throws
-// CppSQLite3Exception; nothing returns an error code. Waiting for a file that another connection
+// CppSQLite3Exception (but for a Windows host without sqlite3.dll: std::runtime_error from open);
+// nothing returns an error code. Waiting for a file that another connection
 // has locked is left to SQLite's busy handler, for up to the busy time-out given at construction.
 // Not copyable (one owner per handle). One thread at a time.
 #pragma once
