@@ -29,6 +29,12 @@ ChildProcess::ChildProcess(const std::function<int()>& body) : pid_(fork()) {
   _exit(status);
 }
 
+ChildProcess::~ChildProcess() {
+  if (reaped_) return;
+  Kill();
+  Wait();
+}
+
 int ChildProcess::Wait() {
   if (!reaped_) {
     int raw = 0;

@@ -22,12 +22,7 @@ class ChildProcess {
   explicit ChildProcess(const std::function<int()>& body);
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
-  // Kills and reaps the child if it has not been waited for.
-  ~ChildProcess() {
-    if (reaped_) return;
-    Kill();
-    Wait();
-  }
+  ~ChildProcess();
 
   pid_t Pid() const { return pid_; }
 
