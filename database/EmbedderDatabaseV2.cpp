@@ -62,16 +62,10 @@ void AppendDigits(std::string& text, unsigned value, std::size_t width) {
 
 }  // namespace
 
-EmbedderDatabaseV2::EmbedderDatabaseV2() { ResetLockState(); }
+EmbedderDatabaseV2::EmbedderDatabaseV2() = default;
 
 EmbedderDatabaseV2::~EmbedderDatabaseV2() {
-  if (connection_ && allocatedCid_ != 0 && lockDuration_ >= 1) {
-    Logger::Error(
-        "EmbedderDatabaseV2 destructed without proper call to FinalizeEmbedding. Finalizing now. "
-        "Lock will be removed, allocated duration will be kept.");
-    std::string err;
-    if (!FinalizeEmbedding(allocatedDuration_, err)) Logger::Error(err);
-  }
+  FinalizeLeftOverLease();
   Close();
 }
 
@@ -347,13 +341,6 @@ EmbedderDatabaseV2::HeldRow EmbedderDatabaseV2::BeginOnHeldRecord(
   return row;
 }
 
-void EmbedderDatabaseV2::ResetLockState() {
-  allocatedCid_ = 0;
-  allocatedDuration_ = 0;
-  lockDuration_ = 0;
-  lockEnd_ = TimeTicks::Zero();
-}
-
 bool EmbedderDatabaseV2::AllocateEmbeddingTimeslot(std::vector<unsigned> cids, int durationSeconds,
                                                    unsigned& cid, SYSTEMTIME& start,
                                                    std::string& err, int lockSeconds) {
@@ -401,27 +388,10 @@ bool EmbedderDatabaseV2::AllocateEmbeddingTimeslot(std::vector<unsigned> cids, i
   }
 }
 
-int EmbedderDatabaseV2::ExtendTimeslot(int extraSeconds, std::string& err, int lockSeconds) {
-  err.clear();
-  if (!CheckDatabaseExists()) {
-    err = "EmbedderDatabaseV2::ExtendTimeslot failed: database not opened";
-    return 0;
-  }
-  if (allocatedCid_ == 0) {
-    err = "EmbedderDatabaseV2::ExtendTimeslot failed: slot was not allocated!";
-    return 0;
-  }
-  if (lockDuration_ == 0) {
-    Logger::Info("EmbedderDatabaseV2::ExtendTimeslot() does nothing - lock is not used.");
-    ResetLockState();
-    return 0;
-  }
+int EmbedderDatabaseV2::ExtendHeldSlot(int extraSeconds, std::string& err, int lockSeconds) {
   try {
     CID_Timestamp_Lock_Record held;
-    const HeldRow row = BeginOnHeldRecord(
-        held, err,
-        "EmbedderDatabaseV2::ExtendTimeslotExtendTimeslot failed: active lock does not match "
-        "database. Processing took too long?");
+    const HeldRow row = BeginOnHeldRecord(held, err, kLeaseLostOnExtension);
     if (row != HeldRow::Held) return row == HeldRow::Missing ? allocatedDuration_ : 0;
     const auto total = static_cast<std::int32_t>(static_cast<std::int64_t>(allocatedDuration_) +
                                                  extraSeconds);
@@ -437,29 +407,10 @@ int EmbedderDatabaseV2::ExtendTimeslot(int extraSeconds, std::string& err, int l
   }
 }
 
-bool EmbedderDatabaseV2::FinalizeEmbedding(int keepSeconds, std::string& err) {
-  err.clear();
-  if (!CheckDatabaseExists()) {
-    err = "EmbedderDatabaseV2::FinalizeEmbedding failed: database not opened";
-    return false;
-  }
-  if (allocatedCid_ == 0) {
-    Logger::Info(
-        "EmbedderDatabaseV2::FinalizeEmbedding failed: slot was not allocated, or already "
-        "finalized!");
-    return true;
-  }
-  if (lockDuration_ == 0) {
-    Logger::Info("EmbedderDatabaseV2::FinalizeEmbedding() does nothing - lock is not used.");
-    ResetLockState();
-    return true;
-  }
+bool EmbedderDatabaseV2::FinalizeHeldSlot(int keepSeconds, std::string& err) {
   try {
     CID_Timestamp_Lock_Record held;
-    const HeldRow row = BeginOnHeldRecord(
-        held, err,
-        "EmbedderDatabaseV2::FinalizeEmbedding failed: active lock does not match database. "
-        "Processing took too long?");
+    const HeldRow row = BeginOnHeldRecord(held, err, kLeaseLostOnFinalisation);
     if (row != HeldRow::Held) return row == HeldRow::Missing;
     held.Timestamp = TimeTicks::AddSeconds(allocatedStart_, keepSeconds);
     held.LockedTill = TimeTicks::Zero();

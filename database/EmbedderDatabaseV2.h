@@ -70,15 +70,6 @@ class QUILLMAR_API EmbedderDatabaseV2 : public TimeSlotReservoir {
   bool AllocateEmbeddingTimeslot(std::vector<unsigned> cids, int durationSeconds, unsigned& cid,
                                  SYSTEMTIME& start, std::string& err, int lockSeconds) override;
 
-  // Lengthens the held slot by extraSeconds and renews the lease for lockSeconds from now. Returns
-  // the new total duration; 0 when nothing is held, no lease is used (the allocation is then
-  // dropped) or the lease was lost to another embedder (the caller must stop stamping the CID).
-  int ExtendTimeslot(int extraSeconds, std::string& err, int lockSeconds) override;
-
-  // Ends the held slot at start + keepSeconds (the rest returns to the pool) and releases the
-  // lease. True also when nothing was held or no lease is used; false when the lease was lost.
-  bool FinalizeEmbedding(int keepSeconds, std::string& err) override;
-
   // Tick-exact comparisons and arithmetic of UTC times; the arguments are not changed.
   // True when a is later than b.
   static bool IsAfter(const SYSTEMTIME* a, const SYSTEMTIME* b);
@@ -95,6 +86,9 @@ class QUILLMAR_API EmbedderDatabaseV2 : public TimeSlotReservoir {
   static std::string SystemTimeToString(const SYSTEMTIME* time);
 
  private:
+  int ExtendHeldSlot(int extraSeconds, std::string& err, int lockSeconds) override;
+  bool FinalizeHeldSlot(int keepSeconds, std::string& err) override;
+
   int GetDBVersion();
   bool CreateEmptyTable(std::string& reason);
   void CreateEmptyTableV2();
@@ -107,7 +101,6 @@ class QUILLMAR_API EmbedderDatabaseV2 : public TimeSlotReservoir {
                                 std::vector<unsigned>& cids, CID_Timestamp_Lock_Record& best);
   void UpdateTimestampAndLock(CID_Timestamp_Lock_Record& record, int seconds, int lockSeconds,
                               bool fromRecord);
-  void ResetLockState();
 
   // What BeginOnHeldRecord found of this object's allocation in the table.
   enum class HeldRow {
@@ -140,11 +133,4 @@ class QUILLMAR_API EmbedderDatabaseV2 : public TimeSlotReservoir {
   // The file's writers wait for the write lock in arrival order ("<file>-queue"), rather than
   // polling SQLite's lock with growing sleeps. Null for an in-memory database.
   std::unique_ptr<Framework::QueuedFileLock> writers_;
-
-  // The active allocation; allocatedCid_ 0 when none.
-  std::uint32_t allocatedCid_ = 0;
-  SYSTEMTIME allocatedStart_{};
-  std::int32_t allocatedDuration_ = 0;  // seconds from allocatedStart_
-  SYSTEMTIME lockEnd_{};                // the LockedTill this object last wrote: proof of ownership
-  std::int32_t lockDuration_ = 0;       // seconds as given: 0 uses no lease, below 0 writes none
 };

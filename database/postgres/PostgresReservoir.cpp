@@ -38,12 +38,6 @@ constexpr char kUpdate[] =
     "UPDATE quillmar_time_slots SET "
     "allocated_till = timestamptz 'epoch' + $2::bigint * interval '1 millisecond', "
     "locked_till = timestamptz 'epoch' + $3::bigint * interval '1 millisecond' WHERE cid = $1";
-constexpr char kLeaseLostOnExtension[] =
-    "EmbedderDatabaseV2::ExtendTimeslotExtendTimeslot failed: active lock does not match database. "
-    "Processing took too long?";
-constexpr char kLeaseLostOnFinalisation[] =
-    "EmbedderDatabaseV2::FinalizeEmbedding failed: active lock does not match database. "
-    "Processing took too long?";
 constexpr std::int64_t kUnixEpochMilliseconds = 11'644'473'600'000;  // 1601 to 1970
 
 std::int64_t Milliseconds(const SYSTEMTIME& time) {
@@ -136,24 +130,13 @@ struct PostgresReservoir::HeldRow {
   bool missing = false;
 };
 
-PostgresReservoir::PostgresReservoir() { ResetLockState(); }
+PostgresReservoir::PostgresReservoir() = default;
 
-PostgresReservoir::~PostgresReservoir() {
-  if (connection_ != nullptr && allocatedCid_ != 0 && lockDuration_ >= 1) {
-    Logger::Error(
-        "EmbedderDatabaseV2 destructed without proper call to FinalizeEmbedding. Finalizing now. "
-        "Lock will be removed, allocated duration will be kept.");
-    std::string err;
-    if (!FinalizeEmbedding(allocatedDuration_, err)) Logger::Error(err);
-  }
-}
+PostgresReservoir::~PostgresReservoir() { FinalizeLeftOverLease(); }
 
 void PostgresReservoir::ResetLockState() {
   inDoubt_.reset();
-  allocatedCid_ = 0;
-  allocatedDuration_ = 0;
-  lockDuration_ = 0;
-  lockEnd_ = TimeTicks::Zero();
+  TimeSlotReservoir::ResetLockState();
 }
 
 bool PostgresReservoir::CheckDatabaseExists() { return connection_ != nullptr; }
@@ -281,21 +264,7 @@ void PostgresReservoir::NoteFailure(const std::exception& error,
   }
 }
 
-int PostgresReservoir::ExtendTimeslot(int extraSeconds, std::string& err, int lockSeconds) {
-  err.clear();
-  if (!CheckDatabaseExists()) {
-    err = "EmbedderDatabaseV2::ExtendTimeslot failed: database not opened";
-    return 0;
-  }
-  if (allocatedCid_ == 0) {
-    err = "EmbedderDatabaseV2::ExtendTimeslot failed: slot was not allocated!";
-    return 0;
-  }
-  if (lockDuration_ == 0) {
-    Logger::Info("EmbedderDatabaseV2::ExtendTimeslot() does nothing - lock is not used.");
-    ResetLockState();
-    return 0;
-  }
+int PostgresReservoir::ExtendHeldSlot(int extraSeconds, std::string& err, int lockSeconds) {
   std::optional<Change> written;
   try {
     const int result = connection_->InTransaction([&] {
@@ -319,23 +288,7 @@ int PostgresReservoir::ExtendTimeslot(int extraSeconds, std::string& err, int lo
   }
 }
 
-bool PostgresReservoir::FinalizeEmbedding(int keepSeconds, std::string& err) {
-  err.clear();
-  if (!CheckDatabaseExists()) {
-    err = "EmbedderDatabaseV2::FinalizeEmbedding failed: database not opened";
-    return false;
-  }
-  if (allocatedCid_ == 0) {
-    Logger::Info(
-        "EmbedderDatabaseV2::FinalizeEmbedding failed: slot was not allocated, or already "
-        "finalized!");
-    return true;
-  }
-  if (lockDuration_ == 0) {
-    Logger::Info("EmbedderDatabaseV2::FinalizeEmbedding() does nothing - lock is not used.");
-    ResetLockState();
-    return true;
-  }
+bool PostgresReservoir::FinalizeHeldSlot(int keepSeconds, std::string& err) {
   std::optional<Change> written;
   try {
     const bool finalised = connection_->InTransaction([&] {

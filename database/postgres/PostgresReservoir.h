@@ -36,20 +36,24 @@ class PgConnection;
 
 class PostgresReservoir : public TimeSlotReservoir {
  public:
+  // How far (seconds) the host's clock may differ from the server's when the URI does not say.
   static constexpr double kDefaultClockToleranceSeconds = 1.0;
 
+  // No connection, no allocation.
   PostgresReservoir();
   // Finalises an allocation still held under a lease, keeping its allocated duration.
   ~PostgresReservoir() override;
   PostgresReservoir(const PostgresReservoir&) = delete;
   PostgresReservoir& operator=(const PostgresReservoir&) = delete;
 
+  // Connects to the server at the URI `path`, checks the host's clock against the server's and
+  // makes the table, adding a row for each of `cids` it lacks. The first URI is kept.
   bool Init(const char* path, const std::list<unsigned>& cids, std::string& err) override;
+  // True when connected.
   bool CheckDatabaseExists() override;
+  // Grants a slot as EmbedderDatabaseV2 does, in one transaction, with the server's clock.
   bool AllocateEmbeddingTimeslot(std::vector<unsigned> cids, int durationSeconds, unsigned& cid,
                                  SYSTEMTIME& start, std::string& err, int lockSeconds) override;
-  int ExtendTimeslot(int extraSeconds, std::string& err, int lockSeconds) override;
-  bool FinalizeEmbedding(int keepSeconds, std::string& err) override;
 
   // For tools. Every row at `location`, in table order; `exists` tells whether there is a table
   // yet. Throws std::runtime_error.
@@ -64,6 +68,11 @@ class PostgresReservoir : public TimeSlotReservoir {
   static std::string Printable(const std::string& location);
 
  private:
+  int ExtendHeldSlot(int extraSeconds, std::string& err, int lockSeconds) override;
+  bool FinalizeHeldSlot(int keepSeconds, std::string& err) override;
+  // Also forgets a change in doubt.
+  void ResetLockState() override;
+
   // The allocation's row, locked, inside an open transaction.
   struct HeldRow;
   // What an extension or finalisation writes to the allocation's row.
@@ -77,18 +86,12 @@ class PostgresReservoir : public TimeSlotReservoir {
   void Keep(const Change& change);
   // Remembers `written` when `error` leaves unknown whether it was committed.
   void NoteFailure(const std::exception& error, const std::optional<Change>& written);
-  void ResetLockState();
   std::string SqlErrorText(const char* operation, const std::exception& error) const;
 
   std::string location_;                      // the first Init's, as given
   std::unique_ptr<PgConnection> connection_;  // null while closed
   std::list<unsigned> configuredCids_;
-  // The active allocation; allocatedCid_ 0 when none. Times as the server wrote them.
-  std::uint32_t allocatedCid_ = 0;
-  SYSTEMTIME allocatedStart_{};
-  std::int32_t allocatedDuration_ = 0;
-  SYSTEMTIME lockEnd_{};
-  std::int32_t lockDuration_ = 0;
+  // The allocation's times (allocatedStart_, lockEnd_) are as the server wrote them.
   // A change whose commit broke off: the row may hold it instead of lockEnd_.
   std::optional<Change> inDoubt_;
 };

@@ -29,12 +29,6 @@ ChildProcess::ChildProcess(const std::function<int()>& body) : pid_(fork()) {
   _exit(status);
 }
 
-ChildProcess::~ChildProcess() {
-  if (reaped_) return;
-  Kill();
-  Wait();
-}
-
 int ChildProcess::Wait() {
   if (!reaped_) {
     int raw = 0;

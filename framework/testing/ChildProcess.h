@@ -22,7 +22,12 @@ class ChildProcess {
   explicit ChildProcess(const std::function<int()>& body);
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
-  ~ChildProcess();
+  // Kills and reaps the child if it has not been waited for.
+  ~ChildProcess() {
+    if (reaped_) return;
+    Kill();
+    Wait();
+  }
 
   pid_t Pid() const { return pid_; }
 

@@ -79,12 +79,6 @@ ChildProcess::ChildProcess(const std::function<int()>& body) : pid_(0) {
   Handles()[pid_] = process.hProcess;
 }
 
-ChildProcess::~ChildProcess() {
-  if (reaped_) return;
-  Kill();
-  Wait();
-}
-
 int ChildProcess::Wait() {
   if (!reaped_) {
     const HANDLE handle = Handles()[pid_];
