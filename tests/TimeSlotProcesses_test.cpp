@@ -37,6 +37,8 @@ using Testing::TemporaryFolder;
 const std::list<unsigned> kCids = {1, 2, 3, 4, 5, 6};
 constexpr int kCyclesPerProcess = 200;
 constexpr int kUntilStopped = -1;
+// An announced lease bound is taken before its call, the lease itself a moment later.
+constexpr int kAnnouncedLeaseMargin = 60;
 
 std::uint64_t Ticks(const SYSTEMTIME& time) { return TimeTicks::FromSystemTime(time); }
 
@@ -53,7 +55,10 @@ struct Slot {
 // What the processes logged, one line per event: "G" a grant, "X" an extension, "K" what a
 // finalisation kept ("cid start end leaseBound"), "F" a failed finalisation, "R" a refusal
 // (no usable CID), "E text" any other failure, and after a failed call that may yet have
-// written a lease (its commit broke off), "U leaseBound".
+// written a lease (its commit broke off), "U leaseBound". A process can be killed between a
+// call's commit and its line, so a call that changes the table is announced first: "A leaseBound"
+// before an allocation or extension, "k cid start end 0" before a finalisation. An announcement
+// that no line of the call follows counts as what the call may have done.
 struct SessionLog {
   std::vector<Slot> slots;  // each session's last word: kept, or granted and never finalised
   std::vector<std::string> errors;
@@ -80,6 +85,9 @@ int RunSessions(const std::string& location, const std::string& logPath, unsigne
     log << kind << ' ' << cid << ' ' << Ticks(start) << ' '
         << Ticks(TimeTicks::AddSeconds(start, seconds)) << ' ' << bound(lease) << std::endl;
   };
+  auto announce = [&](int lease) {
+    log << "A " << bound(lease > 0 ? lease + kAnnouncedLeaseMargin : 0) << std::endl;
+  };
   auto failure = [&](const std::string& error, int lease) {
     log << "E " << error << "\nU " << bound(lease) << std::endl;
   };
@@ -101,6 +109,7 @@ int RunSessions(const std::string& location, const std::string& logPath, unsigne
 
     unsigned cid = 0;
     SYSTEMTIME start{};
+    announce(lockSeconds);
     if (!reservoir->AllocateEmbeddingTimeslot(program, duration, cid, start, err, lockSeconds)) {
       if (err.find("cannot find suitable record") != std::string::npos) {
         log << "R" << std::endl;
@@ -113,6 +122,7 @@ int RunSessions(const std::string& location, const std::string& logPath, unsigne
     int total = duration;
     for (int extensions = uniform(0, 2); extensions > 0 && lockSeconds > 0; --extensions) {
       // At least a second: a total of 0 would read as a failure.
+      announce(lockSeconds);
       const int extended = reservoir->ExtendTimeslot(uniform(1, 60), err, lockSeconds);
       if (extended == 0) {
         failure(err, lockSeconds);
@@ -122,6 +132,7 @@ int RunSessions(const std::string& location, const std::string& logPath, unsigne
       slotLine('X', cid, start, total, lockSeconds);
     }
     const int keep = lockSeconds > 0 ? uniform(0, total) : duration;
+    slotLine('k', cid, start, keep, 0);
     if (reservoir->FinalizeEmbedding(keep, err)) {
       slotLine('K', cid, start, keep, 0);
     } else {
@@ -138,10 +149,15 @@ SessionLog ReadSessionLogs(const TemporaryFolder& folder, int processes) {
   for (int process = 0; process < processes; ++process) {
     std::ifstream log(folder.File(LogName(process)));
     std::optional<Slot> open;  // the session granted last and not yet finalised
-    auto close = [&all, &open](bool finalised) {
+    std::optional<Slot> finalising;  // what its announced finalisation would keep
+    std::uint64_t announced = 0;     // the lease bound of an announced call with no line yet
+    auto close = [&all, &open, &finalising](bool finalised) {
+      // A finalisation cut short by a kill may have committed: the slot may end at what it keeps.
+      if (open && finalising) open->end = std::min(open->end, finalising->end);
       if (open) all.slots.push_back(*open);
       all.unfinalised += open && !finalised ? 1 : 0;
       open.reset();
+      finalising.reset();
     };
     std::string line;
     while (std::getline(log, line)) {
@@ -154,13 +170,24 @@ SessionLog ReadSessionLogs(const TemporaryFolder& folder, int processes) {
         // A line cut short by a kill is no event.
         if (!(fields >> slot.cid >> slot.start >> slot.end >> slot.leaseBound)) continue;
         if (kind == "G") close(false);
+        announced = 0;
         open = slot;
         if (kind == "K") close(true);
+      } else if (kind == "k") {
+        finalising = Slot{};
+        if (!(fields >> finalising->cid >> finalising->start >> finalising->end))
+          finalising.reset();
+      } else if (kind == "F") {
+        finalising.reset();
+      } else if (kind == "A") {
+        fields >> announced;
       } else if (kind == "R") {
+        announced = 0;
         ++all.refusals;
       } else if (kind == "U") {
         std::uint64_t bound = 0;
         fields >> bound;
+        announced = 0;
         all.unknownLeaseBound = std::max(all.unknownLeaseBound, bound);
         all.unfinalised += bound > 0 ? 1 : 0;
       } else if (kind == "E") {
@@ -168,6 +195,8 @@ SessionLog ReadSessionLogs(const TemporaryFolder& folder, int processes) {
       }
     }
     close(false);
+    all.unknownLeaseBound = std::max(all.unknownLeaseBound, announced);
+    all.unfinalised += announced > 0 ? 1 : 0;
   }
   return all;
 }
