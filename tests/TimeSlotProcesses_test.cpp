@@ -149,15 +149,15 @@ SessionLog ReadSessionLogs(const TemporaryFolder& folder, int processes) {
   for (int process = 0; process < processes; ++process) {
     std::ifstream log(folder.File(LogName(process)));
     std::optional<Slot> open;  // the session granted last and not yet finalised
-    std::optional<Slot> finalising;  // what its announced finalisation would keep
+    std::uint64_t finalisingEnd = 0;  // where an announced finalisation would end the slot; 0: none
     std::uint64_t announced = 0;     // the lease bound of an announced call with no line yet
-    auto close = [&all, &open, &finalising](bool finalised) {
+    auto close = [&all, &open, &finalisingEnd](bool finalised) {
       // A finalisation cut short by a kill may have committed: the slot may end at what it keeps.
-      if (open && finalising) open->end = std::min(open->end, finalising->end);
+      if (open && finalisingEnd > 0) open->end = std::min(open->end, finalisingEnd);
       if (open) all.slots.push_back(*open);
       all.unfinalised += open && !finalised ? 1 : 0;
       open.reset();
-      finalising.reset();
+      finalisingEnd = 0;
     };
     std::string line;
     while (std::getline(log, line)) {
@@ -166,19 +166,19 @@ SessionLog ReadSessionLogs(const TemporaryFolder& folder, int processes) {
       fields >> kind;
       Slot slot;
       slot.process = process;
-      if (kind == "G" || kind == "X" || kind == "K") {
+      if (kind == "G" || kind == "X" || kind == "K" || kind == "k") {
         // A line cut short by a kill is no event.
         if (!(fields >> slot.cid >> slot.start >> slot.end >> slot.leaseBound)) continue;
+        if (kind == "k") {
+          finalisingEnd = slot.end;
+          continue;
+        }
         if (kind == "G") close(false);
         announced = 0;
         open = slot;
         if (kind == "K") close(true);
-      } else if (kind == "k") {
-        finalising = Slot{};
-        if (!(fields >> finalising->cid >> finalising->start >> finalising->end))
-          finalising.reset();
       } else if (kind == "F") {
-        finalising.reset();
+        finalisingEnd = 0;
       } else if (kind == "A") {
         fields >> announced;
       } else if (kind == "R") {
